@@ -1,0 +1,6 @@
+#include "Command.h"
+
+QList<Command> allCommands() {
+    QList<Command> commands;
+    return commands;
+}
