@@ -1,0 +1,21 @@
+#pragma once
+
+#include <QCoro/QCoroTask>
+#include <QProcessEnvironment>
+#include <QString>
+#include <QStringList>
+#include <functional>
+#include <optional>
+
+// How one child process is run; every field is optional.
+struct ToolRunOptions {
+    QString workingDirectory;                        // default: the application's
+    std::optional<QProcessEnvironment> environment;  // default: the application's
+    std::function<void(const QString& line)> onLine; // each complete output line, as it arrives
+};
+
+// Runs `executable` with `arguments` (never through a shell) to completion, standard output and standard
+// error merged, standard input the null device. Returns the whole output as UTF-8 text.
+// Throws SetupError("Impossible de lancer {name} : {reason}") when it cannot start, and
+// SetupError("{name} (code {status})\n{last 8 non-empty lines}") when it exits with another status than 0.
+QCoro::Task<QString> runTool(QString executable, QStringList arguments, ToolRunOptions options = {});
