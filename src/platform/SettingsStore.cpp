@@ -25,6 +25,11 @@ QString SettingsStore::demucsDevice() const {
     return m_settings->value(kDemucsDevice, QStringLiteral("auto")).toString();
 }
 int SettingsStore::maxDuration() const { return intValue(*m_settings, kMaxDuration, 1200); }
+std::optional<int> SettingsStore::storedMaxDuration() const {
+    bool ok = false;
+    const int value = m_settings->value(kMaxDuration).toInt(&ok);
+    return ok ? std::optional<int>(value) : std::nullopt;
+}
 bool SettingsStore::autoUpdate() const { return m_settings->value(kAutoUpdate, true).toBool(); }
 bool SettingsStore::installCompilerTools() const {
     return m_settings->value(kInstallCompilerTools, false).toBool();

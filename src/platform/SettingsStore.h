@@ -3,6 +3,7 @@
 #include <QSettings>
 #include <QString>
 #include <memory>
+#include <optional>
 
 // The per-user settings store and its keys, with their defaults.
 class SettingsStore {
@@ -13,6 +14,7 @@ public:
     int backendPort() const;           // "backendPort", 8000
     QString demucsDevice() const;      // "demucsDevice", "auto"
     int maxDuration() const;           // "maxDuration", 1200 seconds
+    std::optional<int> storedMaxDuration() const; // only what the user stored
     bool autoUpdate() const;           // "autoUpdate", yes
     bool installCompilerTools() const; // "installCompilerTools", no
     bool compilerToolsDeclined() const; // "compilerToolsDeclined", no
