@@ -1,0 +1,124 @@
+#pragma once
+
+#include "ComponentInfo.h"
+#include "InstallLayout.h"
+#include "ManifestStore.h"
+
+#include <QCoro/QCoroTask>
+#include <QObject>
+#include <QPointer>
+#include <QProcessEnvironment>
+#include <QStringDecoder>
+#include <optional>
+
+class QFile;
+class QProcess;
+
+// The engine runtime: the install and its manifest, the engine child process and the runtime log.
+// Observable fields change only on the thread the service lives on (the main thread).
+class PythonRuntimeService : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(bool isRunning READ isRunning NOTIFY isRunningChanged)
+    Q_PROPERTY(QString setupLog READ setupLog NOTIFY setupLogChanged)
+    Q_PROPERTY(QList<ComponentInfo> components READ components NOTIFY componentsChanged)
+    Q_PROPERTY(bool isBusy READ isBusy NOTIFY isBusyChanged)
+    Q_PROPERTY(bool needsRestart READ needsRestart NOTIFY needsRestartChanged)
+    Q_PROPERTY(QString runningVersion READ runningVersionText NOTIFY runningVersionChanged)
+
+public:
+    struct Config {
+        InstallLayout::Config layout;
+        QString settingsFile;               // empty: the user's settings store
+        QProcessEnvironment baseEnvironment; // what child environments start from
+        QString homeDir;
+        QString userName;
+        qint64 parentPid = 0;
+    };
+    static Config defaultConfig();
+    static PythonRuntimeService& shared();
+
+    explicit PythonRuntimeService(Config config = defaultConfig(), QObject* parent = nullptr);
+    ~PythonRuntimeService() override;
+
+    // Install layout and manifest.
+    const InstallLayout& layout() const { return m_layout; }
+    QString supportURL(const QString& name) const { return m_layout.supportURL(name); }
+    bool isBackendInstalled(const QString& tag) const { return m_layout.isBackendInstalled(tag); }
+    std::optional<QString> ffmpegPath() const { return m_layout.ffmpegPath(); }
+    std::optional<QString> ffprobePath() const { return m_layout.ffprobePath(); }
+    InstallManifest& manifest() { return m_manifest.manifest(); }
+    const InstallManifest& manifest() const { return m_manifest.manifest(); }
+    void loadManifest() { m_manifest.load(); }
+    void saveManifest() { m_manifest.save(); }
+    void reconcileManifest() { m_manifest.reconcile(); }
+    // Removes every engine folder but the manifest's tag and the running one.
+    void purgeOldBackends();
+    void migrateLegacyInstall();
+
+    // Child environments.
+    QProcessEnvironment cleanEnvironment() const;
+    QProcessEnvironment backendEnvironment() const; // for the manifest's tag; settings read now
+
+    // "[Halvorn] {line}" on standard output, the line in the application log and in setupLog.
+    void log(const QString& line);
+
+    // The engine process.
+    QCoro::Task<> startBackend(int port);
+    QCoro::Task<> stopBackend();
+    QCoro::Task<> restartBackend();
+    void stopBackendBlocking(); // at exit: the same steps, waiting on the calling thread
+    // Runs the engine's model warm-up and records its outcome in the manifest; throws SetupError.
+    QCoro::Task<> warmUpModels();
+
+    bool isRunning() const { return m_isRunning; }
+    const QString& setupLog() const { return m_setupLog; }
+    const QList<ComponentInfo>& components() const { return m_components; }
+    bool isBusy() const { return m_isBusy; }
+    bool needsRestart() const { return m_needsRestart; }
+    const std::optional<QString>& runningVersion() const { return m_runningVersion; }
+    QString runningVersionText() const { return m_runningVersion.value_or(QString()); }
+    const std::optional<QString>& runningTag() const { return m_runningTag; }
+    int port() const { return m_port; }
+    qint64 backendPid() const; // 0 when no engine was launched
+
+    void setComponents(const QList<ComponentInfo>& components);
+    void setBusy(bool busy);
+    void setNeedsRestart(bool needsRestart);
+    void setRunningVersion(const std::optional<QString>& version);
+
+    static constexpr qsizetype setupLogLimit = 200000;
+    static constexpr qsizetype setupLogKept = 100000;
+
+Q_SIGNALS:
+    void isRunningChanged();
+    void setupLogChanged();
+    void componentsChanged();
+    void isBusyChanged();
+    void needsRestartChanged();
+    void runningVersionChanged();
+
+private:
+    void appendSetupLog(const QString& text);
+    void setRunning(bool running);
+    void handleEngineOutput(QProcess* process);
+    void handleEngineExit(QProcess* process);
+    void forgetProcess();
+    template <typename F> void onOwnThread(F&& work);
+
+    Config m_config;
+    InstallLayout m_layout;
+    ManifestStore m_manifest;
+
+    bool m_isRunning = false;
+    QString m_setupLog;
+    QList<ComponentInfo> m_components = ComponentInfo::initialRows();
+    bool m_isBusy = false;
+    bool m_needsRestart = false;
+    std::optional<QString> m_runningVersion;
+
+    QPointer<QProcess> m_process;
+    QFile* m_backendLog = nullptr;
+    QStringDecoder m_outputDecoder{QStringDecoder::Utf8};
+    std::optional<QString> m_runningTag;
+    int m_port = 8000;
+};
