@@ -6,7 +6,6 @@
 #include "platform/PortListeners.h"
 
 #include <QCoro/QCoroFuture>
-#include <QCoro/QCoroProcess>
 #include <QCoro/QCoroTimer>
 #include <QDir>
 #include <QFile>
@@ -58,8 +57,7 @@ QCoro::Task<> PythonRuntimeService::startBackend(int port) {
     connect(process, &QProcess::readyReadStandardOutput, this, [this, process] { handleEngineOutput(process); });
     connect(process, &QProcess::finished, this, [this, process] { handleEngineExit(process); });
 
-    const bool started = co_await qCoro(process).start();
-    if (!started) {
+    if (!launchProcess(*process)) {
         log(QStringLiteral("❌ %1").arg(process->errorString()));
         process->deleteLater();
         co_return;

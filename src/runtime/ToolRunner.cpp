@@ -3,7 +3,6 @@
 #include "OutputBox.h"
 #include "SetupError.h"
 
-#include <QCoro/QCoroProcess>
 #include <QCoro/QCoroSignal>
 #include <QFileInfo>
 #include <QProcess>
@@ -17,6 +16,11 @@ QString lastNonEmptyLines(const QString& text, int count) {
     return lines.mid(std::max<qsizetype>(0, lines.size() - count)).join(QLatin1Char('\n'));
 }
 } // namespace
+
+bool launchProcess(QProcess& process) {
+    process.start();
+    return process.waitForStarted(-1);
+}
 
 QCoro::Task<QString> runTool(QString executable, QStringList arguments, ToolRunOptions options) {
     const QString name = QFileInfo(executable).fileName();
@@ -34,8 +38,7 @@ QCoro::Task<QString> runTool(QString executable, QStringList arguments, ToolRunO
     QObject::connect(&process, &QProcess::readyReadStandardOutput, &process,
                      [&] { box.append(process.readAllStandardOutput(), options.onLine); });
 
-    const bool started = co_await qCoro(process).start();
-    if (!started)
+    if (!launchProcess(process))
         throw SetupError(QStringLiteral("Impossible de lancer %1 : %2").arg(name, process.errorString()));
     if (process.state() != QProcess::NotRunning)
         co_await qCoro(&process, &QProcess::finished);

@@ -14,6 +14,12 @@ struct ToolRunOptions {
     std::function<void(const QString& line)> onLine; // each complete output line, as it arrives
 };
 
+class QProcess;
+
+// Starts a configured process; true once it runs, false when it cannot (see errorString()).
+// The launch itself (fork and exec) is all that is waited for.
+bool launchProcess(QProcess& process);
+
 // Runs `executable` with `arguments` (never through a shell) to completion, standard output and standard
 // error merged, standard input the null device. Returns the whole output as UTF-8 text.
 // Throws SetupError("Impossible de lancer {name} : {reason}") when it cannot start, and
