@@ -35,13 +35,17 @@ void collectListeningInodes(const QString& table, quint16 port, QSet<quint64>& i
 
 bool holdsSocket(const QString& pidDir, const QSet<quint64>& inodes) {
     const QDir fdDir(pidDir + QStringLiteral("/fd"));
-    const QStringList fds = fdDir.entryList(QDir::Files | QDir::System | QDir::NoDotAndDotDot);
+    const QStringList fds = fdDir.entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
+    char target[64];
     for (const QString& fd : fds) {
-        const QString target = QFile::symLinkTarget(fdDir.filePath(fd));
-        if (!target.startsWith(QStringLiteral("socket:[")))
+        const QByteArray link = QFile::encodeName(fdDir.filePath(fd));
+        const ssize_t length = ::readlink(link.constData(), target, sizeof target - 1);
+        if (length <= 0)
             continue;
-        const quint64 inode = target.mid(8, target.size() - 9).toULongLong();
-        if (inodes.contains(inode))
+        const QByteArray text(target, length); // "socket:[12345]"
+        if (!text.startsWith("socket:[") || !text.endsWith(']'))
+            continue;
+        if (inodes.contains(text.mid(8, text.size() - 9).toULongLong()))
             return true;
     }
     return false;
