@@ -15,7 +15,8 @@ const QStringList kPrintLines{QStringLiteral("-c"), QStringLiteral("seq 1 20000"
 
 void runToolSeq(benchmark::State& state) {
     for (auto _ : state)
-        benchmark::DoNotOptimize(QCoro::waitFor(runTool(QStringLiteral("/bin/sh"), kPrintLines, ToolRunOptions{{}, {}, [](const QString&) {}})));
+        benchmark::DoNotOptimize(QCoro::waitFor(
+            runTool(QStringLiteral("/bin/sh"), kPrintLines, ToolRunOptions{{}, {}, [](const QString&) {}})));
 }
 BENCHMARK(runToolSeq)->Unit(benchmark::kMillisecond);
 

@@ -11,7 +11,13 @@ void write(FILE* stream, const QString& text) {
 } // namespace
 
 namespace Console {
-void out(const QString& text) { write(stdout, text + QLatin1Char('\n')); }
-void err(const QString& text) { write(stderr, text + QLatin1Char('\n')); }
-void errRaw(const QString& text) { write(stderr, text); }
+void out(const QString& text) {
+    write(stdout, text + QLatin1Char('\n'));
+}
+void err(const QString& text) {
+    write(stderr, text + QLatin1Char('\n'));
+}
+void errRaw(const QString& text) {
+    write(stderr, text);
+}
 } // namespace Console

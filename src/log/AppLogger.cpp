@@ -14,7 +14,8 @@ AppLogger& AppLogger::shared() {
     return *instance;
 }
 
-AppLogger::AppLogger(QObject* parent) : QObject(parent) {}
+AppLogger::AppLogger(QObject* parent)
+    : QObject(parent) {}
 
 void AppLogger::log(const QString& message, LogLevel level) {
     const LogEntry entry{QUuid::createUuid(), QDateTime::currentDateTime(), level, message};

@@ -8,7 +8,8 @@ struct LevelIcon {
     const char* icon;
 };
 constexpr LevelIcon kIcons[] = {
-    {LogLevel::info, "ℹ️"}, {LogLevel::ok, "✅"}, {LogLevel::warn, "⚠️"}, {LogLevel::error, "❌"}, {LogLevel::debug, "🔍"},
+    {LogLevel::info, "ℹ️"}, {LogLevel::ok, "✅"},    {LogLevel::warn, "⚠️"},
+    {LogLevel::error, "❌"},     {LogLevel::debug, "🔍"},
 };
 
 class TimeFormatter {

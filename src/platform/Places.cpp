@@ -11,13 +11,21 @@ QString installRoot() {
     return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + QStringLiteral("/Halvorn");
 }
 
-QString documentsDir() { return QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation); }
+QString documentsDir() {
+    return QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
+}
 
-QString cacheDir() { return QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation); }
+QString cacheDir() {
+    return QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation);
+}
 
-QString tempDir() { return QDir::tempPath(); }
+QString tempDir() {
+    return QDir::tempPath();
+}
 
-QString homeDir() { return QDir::homePath(); }
+QString homeDir() {
+    return QDir::homePath();
+}
 
 QString userName() {
     if (const passwd* entry = getpwuid(getuid()); entry && entry->pw_name)

@@ -11,13 +11,13 @@ public:
     // The user's store ("Marlune"/"Marlune"), or an INI file when a path is given (tests).
     explicit SettingsStore(const QString& iniFile = {});
 
-    int backendPort() const;           // "backendPort", 8000
-    QString demucsDevice() const;      // "demucsDevice", "auto"
-    int maxDuration() const;           // "maxDuration", 1200 seconds
+    int backendPort() const;                      // "backendPort", 8000
+    QString demucsDevice() const;                 // "demucsDevice", "auto"
+    int maxDuration() const;                      // "maxDuration", 1200 seconds
     std::optional<int> storedMaxDuration() const; // only what the user stored
-    bool autoUpdate() const;           // "autoUpdate", yes
-    bool installCompilerTools() const; // "installCompilerTools", no
-    bool compilerToolsDeclined() const; // "compilerToolsDeclined", no
+    bool autoUpdate() const;                      // "autoUpdate", yes
+    bool installCompilerTools() const;            // "installCompilerTools", no
+    bool compilerToolsDeclined() const;           // "compilerToolsDeclined", no
 
     void setBackendPort(int port);
     void setDemucsDevice(const QString& device);

@@ -10,7 +10,8 @@ namespace ChildEnvironment {
 QProcessEnvironment clean(const QProcessEnvironment& base, const QString& home, const QString& user) {
     QProcessEnvironment environment = base;
     QStringList path = base.value(QStringLiteral("PATH")).split(QLatin1Char(':'), Qt::SkipEmptyParts);
-    for (const char* folder : {"/usr/bin", "/bin", "/usr/sbin", "/sbin", "/opt/homebrew/bin", "/usr/local/bin"})
+    for (const char* folder :
+         {"/usr/bin", "/bin", "/usr/sbin", "/sbin", "/opt/homebrew/bin", "/usr/local/bin"})
         if (!path.contains(QLatin1String(folder)))
             path.append(QLatin1String(folder));
     environment.insert(QStringLiteral("PATH"), path.join(QLatin1Char(':')));

@@ -19,7 +19,9 @@ constexpr ComponentRow kRows[] = {
     {ComponentID::models, "models", "Modèles IA", true},
 };
 
-const ComponentRow& row(ComponentID id) { return kRows[static_cast<int>(id)]; }
+const ComponentRow& row(ComponentID id) {
+    return kRows[static_cast<int>(id)];
+}
 } // namespace
 
 namespace Components {
@@ -29,9 +31,15 @@ QList<ComponentID> all() {
         ids.append(entry.id);
     return ids;
 }
-QString rawValue(ComponentID id) { return QString::fromUtf8(row(id).raw); }
-QString displayName(ComponentID id) { return QString::fromUtf8(row(id).name); }
-bool isOptional(ComponentID id) { return row(id).optional; }
+QString rawValue(ComponentID id) {
+    return QString::fromUtf8(row(id).raw);
+}
+QString displayName(ComponentID id) {
+    return QString::fromUtf8(row(id).name);
+}
+bool isOptional(ComponentID id) {
+    return row(id).optional;
+}
 std::optional<ComponentID> fromRawValue(const QString& raw) {
     for (const auto& entry : kRows)
         if (raw == QLatin1String(entry.raw))

@@ -48,13 +48,15 @@ QCoro::Task<> PythonRuntimeService::startBackend(int port) {
     process->setProgram(m_layout.backendPython(tag));
     process->setArguments({QStringLiteral("-m"), QStringLiteral("uvicorn"), QStringLiteral("app.main:app"),
                            QStringLiteral("--host"), QStringLiteral("127.0.0.1"), QStringLiteral("--port"),
-                           QString::number(port), QStringLiteral("--timeout-graceful-shutdown"), QStringLiteral("2")});
+                           QString::number(port), QStringLiteral("--timeout-graceful-shutdown"),
+                           QStringLiteral("2")});
     process->setWorkingDirectory(m_layout.backendDir(tag));
     process->setProcessEnvironment(backendEnvironment());
     process->setProcessChannelMode(QProcess::MergedChannels);
     process->setStandardInputFile(QProcess::nullDevice());
     m_outputDecoder.resetState();
-    connect(process, &QProcess::readyReadStandardOutput, this, [this, process] { handleEngineOutput(process); });
+    connect(process, &QProcess::readyReadStandardOutput, this,
+            [this, process] { handleEngineOutput(process); });
     connect(process, &QProcess::finished, this, [this, process] { handleEngineExit(process); });
 
     if (!launchProcess(*process)) {

@@ -8,10 +8,10 @@
 class InstallLayout {
 public:
     struct Config {
-        QString root;                      // the install root ("…/Halvorn")
-        QString documentsDir;              // the user's Documents folder
-        QString homeDir;                   // the user's home folder
-        QStringList systemFFmpegCandidates;  // tried in order after the install's own copy
+        QString root;                       // the install root ("…/Halvorn")
+        QString documentsDir;               // the user's Documents folder
+        QString homeDir;                    // the user's home folder
+        QStringList systemFFmpegCandidates; // tried in order after the install's own copy
         QStringList systemFFprobeCandidates;
     };
 
@@ -23,24 +23,24 @@ public:
     const QString& homeDir() const { return m_config.homeDir; }
     QString supportURL(const QString& name) const; // root + "/" + name
 
-    QString manifestPath() const;               // components.json
-    QString backendsDir() const;                // backends
-    QString backendDir(const QString& tag) const; // backends/{tag}
+    QString manifestPath() const;                    // components.json
+    QString backendsDir() const;                     // backends
+    QString backendDir(const QString& tag) const;    // backends/{tag}
     QString backendPython(const QString& tag) const; // backends/{tag}/.venv/bin/python
     QString backendBinDir(const QString& tag) const; // backends/{tag}/.venv/bin
     QString readyMarker(const QString& tag) const;   // backends/{tag}/.halvorn-ready
-    QString dataDir() const;                    // data
-    QString ffmpegDir() const;                  // data/ffmpeg
-    QString ownFFmpeg() const;                  // data/ffmpeg/ffmpeg
-    QString ownFFprobe() const;                 // data/ffmpeg/ffprobe
-    QString fpcalcPath() const;                 // data/ffmpeg/fpcalc
-    QString jsRuntimeDir() const;               // data/jsruntime
-    QString qjsPath() const;                    // data/jsruntime/qjs
-    QString uvPath() const;                     // uv/uv
-    QString pythonDir() const;                  // python
-    QString uvCacheDir() const;                 // uv-cache
-    QString backendLogPath() const;             // backend.log
-    QString jobsDir() const;                    // Documents/Halvorn/jobs
+    QString dataDir() const;                         // data
+    QString ffmpegDir() const;                       // data/ffmpeg
+    QString ownFFmpeg() const;                       // data/ffmpeg/ffmpeg
+    QString ownFFprobe() const;                      // data/ffmpeg/ffprobe
+    QString fpcalcPath() const;                      // data/ffmpeg/fpcalc
+    QString jsRuntimeDir() const;                    // data/jsruntime
+    QString qjsPath() const;                         // data/jsruntime/qjs
+    QString uvPath() const;                          // uv/uv
+    QString pythonDir() const;                       // python
+    QString uvCacheDir() const;                      // uv-cache
+    QString backendLogPath() const;                  // backend.log
+    QString jobsDir() const;                         // Documents/Halvorn/jobs
 
     // backends/{tag}/.halvorn-ready exists and backends/{tag}/.venv/bin/python is executable.
     bool isBackendInstalled(const QString& tag) const;

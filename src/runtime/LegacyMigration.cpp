@@ -6,7 +6,9 @@
 
 namespace {
 bool hasEntries(const QString& folder) {
-    return !QDir(folder).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System).isEmpty();
+    return !QDir(folder)
+                .entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System)
+                .isEmpty();
 }
 } // namespace
 

@@ -7,7 +7,8 @@
 #include <QSaveFile>
 #include <cstdio>
 
-ManifestStore::ManifestStore(InstallLayout layout) : m_layout(std::move(layout)) {}
+ManifestStore::ManifestStore(InstallLayout layout)
+    : m_layout(std::move(layout)) {}
 
 void ManifestStore::load() {
     QFile file(m_layout.manifestPath());
@@ -29,7 +30,8 @@ bool ManifestStore::save() const {
 void ManifestStore::reconcile() {
     bool changed = false;
     if (!m_manifest.backendTag) {
-        const QStringList names = QDir(m_layout.backendsDir()).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
+        const QStringList names =
+            QDir(m_layout.backendsDir()).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
         std::optional<QString> best;
         for (const QString& name : names)
             if (m_layout.isBackendInstalled(name) && (!best || VersionOrder::isGreater(name, *best)))

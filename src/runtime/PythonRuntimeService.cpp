@@ -12,8 +12,12 @@
 #include <cstdio>
 
 PythonRuntimeService::Config PythonRuntimeService::defaultConfig() {
-    return Config{InstallLayout::defaultConfig(), QString(), QProcessEnvironment::systemEnvironment(),
-                  Places::homeDir(), Places::userName(), QCoreApplication::applicationPid()};
+    return Config{InstallLayout::defaultConfig(),
+                  QString(),
+                  QProcessEnvironment::systemEnvironment(),
+                  Places::homeDir(),
+                  Places::userName(),
+                  QCoreApplication::applicationPid()};
 }
 
 PythonRuntimeService& PythonRuntimeService::shared() {
@@ -27,13 +31,18 @@ PythonRuntimeService& PythonRuntimeService::shared() {
 }
 
 PythonRuntimeService::PythonRuntimeService(Config config, QObject* parent)
-    : QObject(parent), m_config(std::move(config)), m_layout(m_config.layout), m_manifest(m_layout) {
+    : QObject(parent)
+    , m_config(std::move(config))
+    , m_layout(m_config.layout)
+    , m_manifest(m_layout) {
     qRegisterMetaType<ComponentInfo>();
     m_manifest.load();
     m_manifest.reconcile();
 }
 
-PythonRuntimeService::~PythonRuntimeService() { stopBackendBlocking(); }
+PythonRuntimeService::~PythonRuntimeService() {
+    stopBackendBlocking();
+}
 
 template <typename F> void PythonRuntimeService::onOwnThread(F&& work) {
     if (QThread::currentThread() == thread())
@@ -69,8 +78,8 @@ QProcessEnvironment PythonRuntimeService::cleanEnvironment() const {
 
 QProcessEnvironment PythonRuntimeService::backendEnvironment() const {
     const SettingsStore settings(m_config.settingsFile);
-    return ChildEnvironment::backend(cleanEnvironment(), m_layout, manifest().backendTag.value_or(QString()), settings,
-                                     m_config.parentPid);
+    return ChildEnvironment::backend(cleanEnvironment(), m_layout, manifest().backendTag.value_or(QString()),
+                                     settings, m_config.parentPid);
 }
 
 void PythonRuntimeService::log(const QString& line) {
@@ -88,7 +97,9 @@ void PythonRuntimeService::appendSetupLog(const QString& text) {
     Q_EMIT setupLogChanged();
 }
 
-qint64 PythonRuntimeService::backendPid() const { return m_process ? m_process->processId() : 0; }
+qint64 PythonRuntimeService::backendPid() const {
+    return m_process ? m_process->processId() : 0;
+}
 
 void PythonRuntimeService::setRunning(bool running) {
     if (m_isRunning == running)

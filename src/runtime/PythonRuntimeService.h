@@ -28,7 +28,7 @@ class PythonRuntimeService : public QObject {
 public:
     struct Config {
         InstallLayout::Config layout;
-        QString settingsFile;               // empty: the user's settings store
+        QString settingsFile;                // empty: the user's settings store
         QProcessEnvironment baseEnvironment; // what child environments start from
         QString homeDir;
         QString userName;

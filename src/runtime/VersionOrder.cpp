@@ -6,7 +6,9 @@ namespace VersionOrder {
 
 QList<qint64> components(const QString& version) {
     qsizetype begin = 0, end = version.size();
-    const auto trimmed = [](QChar c) { return c == QLatin1Char('v') || c == QLatin1Char('V') || c == QLatin1Char(' '); };
+    const auto trimmed = [](QChar c) {
+        return c == QLatin1Char('v') || c == QLatin1Char('V') || c == QLatin1Char(' ');
+    };
     while (begin < end && trimmed(version[begin]))
         ++begin;
     while (end > begin && trimmed(version[end - 1]))

@@ -8,5 +8,7 @@ namespace VersionOrder {
 QList<qint64> components(const QString& version);
 // Negative when a < b, zero when equal, positive when a > b.
 int compare(const QString& a, const QString& b);
-inline bool isGreater(const QString& a, const QString& b) { return compare(a, b) > 0; }
+inline bool isGreater(const QString& a, const QString& b) {
+    return compare(a, b) > 0;
+}
 } // namespace VersionOrder

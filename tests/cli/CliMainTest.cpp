@@ -21,7 +21,9 @@ class CliMainTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase() { QVERIFY2(QFile::exists(qEnvironmentVariable("MARLUNE_BINARY")), "MARLUNE_BINARY not set"); }
+    void initTestCase() {
+        QVERIFY2(QFile::exists(qEnvironmentVariable("MARLUNE_BINARY")), "MARLUNE_BINARY not set");
+    }
 
     void versionAndHelp_data() {
         QTest::addColumn<QStringList>("arguments");
@@ -30,7 +32,8 @@ private Q_SLOTS:
         QTest::addColumn<QString>("errStart");
         QTest::newRow("--version") << QStringList{"--version"} << 0 << "marlune " << QString();
         QTest::newRow("--help") << QStringList{"--help"} << 0 << "Marlune " << QString();
-        QTest::newRow("unknown command") << QStringList{"frobnicate"} << 2 << QString() << "Commande inconnue : frobnicate";
+        QTest::newRow("unknown command")
+            << QStringList{"frobnicate"} << 2 << QString() << "Commande inconnue : frobnicate";
     }
     void versionAndHelp() {
         QFETCH(QStringList, arguments);

@@ -23,17 +23,21 @@ private Q_SLOTS:
     void listenersAreFoundAndStopped_data() {
         QTest::addColumn<QString>("family");
         QTest::addColumn<QString>("behaviour");
-        QTest::newRow("IPv4, polite") << "4" << "polite";
-        QTest::newRow("IPv6, polite") << "6" << "polite";
-        QTest::newRow("IPv4, ignores SIGTERM") << "4" << "stubborn";
+        QTest::newRow("IPv4, polite") << "4"
+                                      << "polite";
+        QTest::newRow("IPv6, polite") << "6"
+                                      << "polite";
+        QTest::newRow("IPv4, ignores SIGTERM") << "4"
+                                               << "stubborn";
     }
     void listenersAreFoundAndStopped() {
         QFETCH(QString, family);
         QFETCH(QString, behaviour);
         const quint16 port = TestSupport::freePort();
         QProcess listener;
-        listener.start(QStringLiteral("/usr/bin/python3"),
-                       {QStringLiteral("-c"), QString::fromUtf8(kListener), QString::number(port), family, behaviour});
+        listener.start(
+            QStringLiteral("/usr/bin/python3"),
+            {QStringLiteral("-c"), QString::fromUtf8(kListener), QString::number(port), family, behaviour});
         QVERIFY(listener.waitForReadyRead(5000));
         QCOMPARE(PortListeners::find(port), QList<pid_t>{static_cast<pid_t>(listener.processId())});
         PortListeners::freePort(port);

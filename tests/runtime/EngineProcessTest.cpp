@@ -48,14 +48,19 @@ struct Fixture {
     TempInstallRoot temp;
     std::unique_ptr<PythonRuntimeService> service;
 
-    explicit Fixture(const QString& tag = QStringLiteral("v1.0.0"), QProcessEnvironment base = QProcessEnvironment::systemEnvironment()) {
+    explicit Fixture(const QString& tag = QStringLiteral("v1.0.0"),
+                     QProcessEnvironment base = QProcessEnvironment::systemEnvironment()) {
         if (!tag.isEmpty()) {
             temp.writeFile(QStringLiteral("Halvorn/backends/%1/.venv/bin/python").arg(tag), kStandIn, true);
             temp.writeFile(QStringLiteral("Halvorn/backends/%1/.halvorn-ready").arg(tag), "");
         }
-        service = std::make_unique<PythonRuntimeService>(PythonRuntimeService::Config{
-            {temp.root(), temp.documents(), temp.home(), {}, {}}, temp.settingsFile(), base, temp.home(),
-            QStringLiteral("tester"), 4242});
+        service = std::make_unique<PythonRuntimeService>(
+            PythonRuntimeService::Config{{temp.root(), temp.documents(), temp.home(), {}, {}},
+                                         temp.settingsFile(),
+                                         base,
+                                         temp.home(),
+                                         QStringLiteral("tester"),
+                                         4242});
     }
 };
 
@@ -74,13 +79,15 @@ private Q_SLOTS:
         QVERIFY(service.isRunning());
         QCOMPARE(service.runningTag(), QStringLiteral("v1.0.0"));
         QCOMPARE(service.port(), port);
-        QVERIFY(service.setupLog().contains(QStringLiteral("✅ Backend v1.0.0 → http://127.0.0.1:%1\n").arg(port)));
+        QVERIFY(service.setupLog().contains(
+            QStringLiteral("✅ Backend v1.0.0 → http://127.0.0.1:%1\n").arg(port)));
         QVERIFY(TestSupport::waitUntil([&] { return service.setupLog().contains(QStringLiteral("après")); }));
         // Undecodable output reaches backend.log only.
         QVERIFY(!service.setupLog().contains(QStringLiteral("bad")));
-        const QString expectedLine = QStringLiteral("engine up %1 4242 %2")
-                                         .arg(QDir(service.layout().backendDir(QStringLiteral("v1.0.0"))).canonicalPath(),
-                                              service.layout().backendBinDir(QStringLiteral("v1.0.0")));
+        const QString expectedLine =
+            QStringLiteral("engine up %1 4242 %2")
+                .arg(QDir(service.layout().backendDir(QStringLiteral("v1.0.0"))).canonicalPath(),
+                     service.layout().backendBinDir(QStringLiteral("v1.0.0")));
         QVERIFY2(service.setupLog().contains(expectedLine), qPrintable(service.setupLog()));
         QVERIFY(TestSupport::isListening(port));
         QFile log(service.layout().backendLogPath());
@@ -118,12 +125,14 @@ private Q_SLOTS:
         Fixture fixture;
         const quint16 port = TestSupport::freePort();
         QProcess listener;
-        listener.start(QStringLiteral("/usr/bin/python3"), {QStringLiteral("-c"), QString::fromUtf8(kListener), QString::number(port)});
+        listener.start(QStringLiteral("/usr/bin/python3"),
+                       {QStringLiteral("-c"), QString::fromUtf8(kListener), QString::number(port)});
         QVERIFY(listener.waitForReadyRead(5000));
         QCoro::waitFor(fixture.service->startBackend(port));
         QVERIFY(listener.state() == QProcess::NotRunning || listener.waitForFinished(3000));
         QVERIFY(fixture.service->isRunning());
-        QVERIFY(TestSupport::waitUntil([&] { return fixture.service->setupLog().contains(QStringLiteral("engine up")); }));
+        QVERIFY(TestSupport::waitUntil(
+            [&] { return fixture.service->setupLog().contains(QStringLiteral("engine up")); }));
         QCoro::waitFor(fixture.service->stopBackend());
     }
 
@@ -133,7 +142,8 @@ private Q_SLOTS:
         Fixture fixture(QStringLiteral("v1.0.0"), base);
         const quint16 port = TestSupport::freePort();
         QCoro::waitFor(fixture.service->startBackend(port));
-        QVERIFY(TestSupport::waitUntil([&] { return fixture.service->setupLog().contains(QStringLiteral("engine up")); }));
+        QVERIFY(TestSupport::waitUntil(
+            [&] { return fixture.service->setupLog().contains(QStringLiteral("engine up")); }));
         const pid_t pid = static_cast<pid_t>(fixture.service->backendPid());
         QElapsedTimer timer;
         timer.start();
@@ -174,7 +184,8 @@ private Q_SLOTS:
         Fixture fixture{QString()};
         QCoro::waitFor(fixture.service->startBackend(TestSupport::freePort()));
         QVERIFY(!fixture.service->isRunning());
-        QCOMPARE(fixture.service->setupLog(), QStringLiteral("⚠️ Backend non installé — configuration requise\n"));
+        QCOMPARE(fixture.service->setupLog(),
+                 QStringLiteral("⚠️ Backend non installé — configuration requise\n"));
     }
 
     void backendEnvironmentFollowsTheSettings_data() {
@@ -183,10 +194,12 @@ private Q_SLOTS:
         QTest::addColumn<QString>("expectedDevice");
         QTest::addColumn<QString>("expectedMax");
         QTest::newRow("nothing stored") << QVariant() << QVariant() << QString() << QString();
-        QTest::newRow("cpu, 60") << QVariant("cpu") << QVariant(60) << "cpu" << "60";
+        QTest::newRow("cpu, 60") << QVariant("cpu") << QVariant(60) << "cpu"
+                                 << "60";
         QTest::newRow("cuda, 59") << QVariant("cuda") << QVariant(59) << "cuda" << QString();
         QTest::newRow("auto, 1200") << QVariant("auto") << QVariant(1200) << QString() << "1200";
-        QTest::newRow("mps is not a Linux device") << QVariant("mps") << QVariant(0) << QString() << QString();
+        QTest::newRow("mps is not a Linux device")
+            << QVariant("mps") << QVariant(0) << QString() << QString();
     }
     void backendEnvironmentFollowsTheSettings() {
         QFETCH(QVariant, device);
@@ -215,14 +228,18 @@ private Q_SLOTS:
         Fixture fixture(QStringLiteral("v1.0.0"), base);
         const InstallLayout& layout = fixture.service->layout();
         QProcessEnvironment environment = fixture.service->backendEnvironment();
-        QCOMPARE(environment.value(QStringLiteral("PATH")),
-                 QStringList({layout.backendBinDir(QStringLiteral("v1.0.0")), layout.ffmpegDir(), layout.jsRuntimeDir(),
-                              QStringLiteral("/usr/bin:/bin:/usr/sbin:/sbin:/opt/homebrew/bin:/usr/local/bin")})
-                     .join(QLatin1Char(':')));
+        QCOMPARE(
+            environment.value(QStringLiteral("PATH")),
+            QStringList({layout.backendBinDir(QStringLiteral("v1.0.0")), layout.ffmpegDir(),
+                         layout.jsRuntimeDir(),
+                         QStringLiteral("/usr/bin:/bin:/usr/sbin:/sbin:/opt/homebrew/bin:/usr/local/bin")})
+                .join(QLatin1Char(':')));
         QCOMPARE(environment.value(QStringLiteral("HALVORN_DATA_DIR")), layout.dataDir());
-        QCOMPARE(environment.value(QStringLiteral("HALVORN_DEFAULT_JOBS_DIR")), fixture.temp.documents() + QStringLiteral("/Halvorn/jobs"));
+        QCOMPARE(environment.value(QStringLiteral("HALVORN_DEFAULT_JOBS_DIR")),
+                 fixture.temp.documents() + QStringLiteral("/Halvorn/jobs"));
         QCOMPARE(environment.value(QStringLiteral("HALVORN_PERSIST_LIBRARY")), QStringLiteral("1"));
-        QCOMPARE(environment.value(QStringLiteral("TORCH_HOME")), layout.dataDir() + QStringLiteral("/models/torch"));
+        QCOMPARE(environment.value(QStringLiteral("TORCH_HOME")),
+                 layout.dataDir() + QStringLiteral("/models/torch"));
         QVERIFY(!environment.contains(QStringLiteral("PYTHONPATH")));
         QVERIFY(!environment.contains(QStringLiteral("HALVORN_FFMPEG"))); // no FFmpeg anywhere
         // The install's own FFmpeg is not announced.
@@ -237,7 +254,12 @@ private Q_SLOTS:
         TempInstallRoot temp;
         const QString ffmpeg = temp.writeFile(QStringLiteral("sys/ffmpeg"), "x", true);
         const QString ffprobe = temp.writeFile(QStringLiteral("sys/ffprobe"), "x", true);
-        PythonRuntimeService service({{temp.root(), temp.documents(), temp.home(), {ffmpeg}, {ffprobe}}, temp.settingsFile(), {}, temp.home(), QStringLiteral("u"), 1});
+        PythonRuntimeService service({{temp.root(), temp.documents(), temp.home(), {ffmpeg}, {ffprobe}},
+                                      temp.settingsFile(),
+                                      {},
+                                      temp.home(),
+                                      QStringLiteral("u"),
+                                      1});
         const QProcessEnvironment environment = service.backendEnvironment();
         QCOMPARE(environment.value(QStringLiteral("HALVORN_FFMPEG")), ffmpeg);
         QCOMPARE(environment.value(QStringLiteral("HALVORN_FFPROBE")), ffprobe);
@@ -266,7 +288,8 @@ private Q_SLOTS:
                 message = error.message();
             }
         }());
-        QVERIFY2(message.startsWith(QStringLiteral("python (code 2)\nWARMUP_OK htdemucs")), qPrintable(message));
+        QVERIFY2(message.startsWith(QStringLiteral("python (code 2)\nWARMUP_OK htdemucs")),
+                 qPrintable(message));
         QCOMPARE(fixture.service->manifest().modelsWarmedTag, QStringLiteral("v0.9.0"));
     }
 

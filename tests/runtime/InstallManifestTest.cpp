@@ -9,12 +9,15 @@
 #include <QtTest>
 
 namespace {
-InstallLayout::Config layoutIn(const TempInstallRoot& temp, QStringList ffmpeg = {}, QStringList ffprobe = {}) {
+InstallLayout::Config layoutIn(const TempInstallRoot& temp, QStringList ffmpeg = {},
+                               QStringList ffprobe = {}) {
     return {temp.root(), temp.documents(), temp.home(), std::move(ffmpeg), std::move(ffprobe)};
 }
 
-void installBackend(const TempInstallRoot& temp, const QString& tag, bool ready = true, bool executable = true) {
-    temp.writeFile(QStringLiteral("Halvorn/backends/%1/.venv/bin/python").arg(tag), "#!/bin/sh\n", executable);
+void installBackend(const TempInstallRoot& temp, const QString& tag, bool ready = true,
+                    bool executable = true) {
+    temp.writeFile(QStringLiteral("Halvorn/backends/%1/.venv/bin/python").arg(tag), "#!/bin/sh\n",
+                   executable);
     if (ready)
         temp.writeFile(QStringLiteral("Halvorn/backends/%1/.halvorn-ready").arg(tag), "");
 }
@@ -28,13 +31,20 @@ private Q_SLOTS:
         QTest::addColumn<QString>("a");
         QTest::addColumn<QString>("b");
         QTest::addColumn<int>("order");
-        QTest::newRow("minor as number") << "v1.10.0" << "v1.9.9" << 1;
-        QTest::newRow("missing piece is zero") << "1.2" << "1.2.0" << 0;
-        QTest::newRow("trailing v and spaces") << " V2.0.0v " << "2" << 0;
-        QTest::newRow("letters split pieces") << "1.2-beta3" << "1.2.3" << 0;
-        QTest::newRow("smaller") << "v0.9" << "v1" << -1;
-        QTest::newRow("empty against zero") << "" << "0.0" << 0;
-        QTest::newRow("huge piece saturates") << "99999999999999999999999" << "9223372036854775806" << 1;
+        QTest::newRow("minor as number") << "v1.10.0"
+                                         << "v1.9.9" << 1;
+        QTest::newRow("missing piece is zero") << "1.2"
+                                               << "1.2.0" << 0;
+        QTest::newRow("trailing v and spaces") << " V2.0.0v "
+                                               << "2" << 0;
+        QTest::newRow("letters split pieces") << "1.2-beta3"
+                                              << "1.2.3" << 0;
+        QTest::newRow("smaller") << "v0.9"
+                                 << "v1" << -1;
+        QTest::newRow("empty against zero") << ""
+                                            << "0.0" << 0;
+        QTest::newRow("huge piece saturates") << "99999999999999999999999"
+                                              << "9223372036854775806" << 1;
     }
     void versionOrder() {
         QFETCH(QString, a);
@@ -68,8 +78,10 @@ private Q_SLOTS:
         QTest::newRow("unknown keys") << QByteArray(R"({"backendTag":"v1","extra":[1,2]})") << true << "v1";
         QTest::newRow("null is absent") << QByteArray(R"({"backendTag":null})") << true << "";
         QTest::newRow("tag as number") << QByteArray(R"({"backendTag":3})") << false << "";
-        QTest::newRow("list of numbers") << QByteArray(R"({"backendTag":"v1","modelsFailed":[1]})") << false << "";
-        QTest::newRow("bad date") << QByteArray(R"({"backendTag":"v1","lastUpdateCheck":"yesterday"})") << false << "";
+        QTest::newRow("list of numbers")
+            << QByteArray(R"({"backendTag":"v1","modelsFailed":[1]})") << false << "";
+        QTest::newRow("bad date") << QByteArray(R"({"backendTag":"v1","lastUpdateCheck":"yesterday"})")
+                                  << false << "";
         QTest::newRow("array document") << QByteArray("[]") << false << "";
         QTest::newRow("garbage") << QByteArray("\x01{not json") << false << "";
         QTest::newRow("empty object") << QByteArray("{}") << true << "";
@@ -94,7 +106,8 @@ private Q_SLOTS:
 
     void freshInstallHasEmptyManifestAndUnknownRows() {
         TempInstallRoot temp;
-        PythonRuntimeService service({layoutIn(temp), temp.settingsFile(), {}, temp.home(), QStringLiteral("u"), 1});
+        PythonRuntimeService service(
+            {layoutIn(temp), temp.settingsFile(), {}, temp.home(), QStringLiteral("u"), 1});
         QCOMPARE(service.manifest(), InstallManifest{});
         QVERIFY(!QFile::exists(temp.root() + QStringLiteral("/components.json")));
         QCOMPARE(service.components().size(), 9);
@@ -130,7 +143,8 @@ private Q_SLOTS:
     void reconcileKeepsRecordedValues() {
         TempInstallRoot temp;
         installBackend(temp, QStringLiteral("v2.0.0"));
-        temp.writeFile(QStringLiteral("Halvorn/components.json"), R"({"backendTag":"v1.0.0","ffmpegVersion":"8.1.1"})");
+        temp.writeFile(QStringLiteral("Halvorn/components.json"),
+                       R"({"backendTag":"v1.0.0","ffmpegVersion":"8.1.1"})");
         temp.writeFile(QStringLiteral("Halvorn/data/ffmpeg/fpcalc"), "x", true);
         ManifestStore store{InstallLayout(layoutIn(temp))};
         store.load();
@@ -159,10 +173,12 @@ private Q_SLOTS:
         installBackend(temp, QStringLiteral("v1.0.0"));
         installBackend(temp, QStringLiteral("v1.1.0"));
         temp.writeFile(QStringLiteral("Halvorn/backends/stray-file"), "x");
-        PythonRuntimeService service({layoutIn(temp), temp.settingsFile(), {}, temp.home(), QStringLiteral("u"), 1});
+        PythonRuntimeService service(
+            {layoutIn(temp), temp.settingsFile(), {}, temp.home(), QStringLiteral("u"), 1});
         service.manifest().backendTag = QStringLiteral("v1.1.0");
         service.purgeOldBackends();
-        QCOMPARE(QDir(temp.root() + QStringLiteral("/backends")).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+        QCOMPARE(QDir(temp.root() + QStringLiteral("/backends"))
+                     .entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
                  QStringList{QStringLiteral("v1.1.0")});
         QVERIFY(service.setupLog().contains(QStringLiteral("🧹 Ancien backend supprimé : v1.0.0\n")));
         QVERIFY(service.setupLog().contains(QStringLiteral("🧹 Ancien backend supprimé : stray-file\n")));

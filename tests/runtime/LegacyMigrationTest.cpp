@@ -35,8 +35,10 @@ private Q_SLOTS:
         migration.temp.writeFile(QStringLiteral("Halvorn/halvorn/app/main.py"), "");
         migration.temp.writeFile(QStringLiteral("Halvorn/.setup_complete"), "");
         migration.run();
-        QCOMPARE(migration.lines, (QStringList{QStringLiteral("📦 Bibliothèque migrée : 2 élément(s) → %1").arg(migration.jobs()),
-                                               QStringLiteral("🧹 Ancien clone git supprimé")}));
+        QCOMPARE(
+            migration.lines,
+            (QStringList{QStringLiteral("📦 Bibliothèque migrée : 2 élément(s) → %1").arg(migration.jobs()),
+                         QStringLiteral("🧹 Ancien clone git supprimé")}));
         QVERIFY(QFileInfo::exists(migration.jobs() + QStringLiteral("/a/meta.json")));
         QVERIFY(QFileInfo::exists(migration.jobs() + QStringLiteral("/b.wav")));
         QFile settings(migration.temp.root() + QStringLiteral("/data/settings.json"));
@@ -54,7 +56,9 @@ private Q_SLOTS:
         migration.temp.writeFile(QStringLiteral("Halvorn/data/settings.json"), "current");
         migration.temp.writeFile(QStringLiteral("Halvorn/halvorn/settings.json"), "legacy");
         migration.run();
-        QCOMPARE(migration.lines, QStringList{QStringLiteral("📦 Bibliothèque migrée : 1 élément(s) → %1").arg(migration.jobs())});
+        QCOMPARE(
+            migration.lines,
+            QStringList{QStringLiteral("📦 Bibliothèque migrée : 1 élément(s) → %1").arg(migration.jobs())});
         QVERIFY(QFileInfo::exists(migration.temp.root() + QStringLiteral("/halvorn/jobs/same/new.json")));
         QVERIFY(!QFileInfo::exists(migration.jobs() + QStringLiteral("/same/new.json")));
         QFile settings(migration.temp.root() + QStringLiteral("/data/settings.json"));
@@ -72,10 +76,14 @@ private Q_SLOTS:
     void oldToolFolderAndOurYtDlpConfigGo() {
         Migration migration;
         migration.temp.writeFile(QStringLiteral("home/.halvorn/node/bin/node"), "");
-        migration.temp.writeFile(QStringLiteral("home/.config/yt-dlp/config"), "# written by Halvorn\n--no-mtime\n");
+        migration.temp.writeFile(QStringLiteral("home/.config/yt-dlp/config"),
+                                 "# written by Halvorn\n--no-mtime\n");
         migration.run();
-        QCOMPARE(migration.lines, (QStringList{QStringLiteral("🧹 ~/.halvorn supprimé (Node.js et ancien ffmpeg)"),
-                                               QStringLiteral("🧹 ~/.config/yt-dlp/config (écrit par une ancienne version) supprimé")}));
+        QCOMPARE(
+            migration.lines,
+            (QStringList{
+                QStringLiteral("🧹 ~/.halvorn supprimé (Node.js et ancien ffmpeg)"),
+                QStringLiteral("🧹 ~/.config/yt-dlp/config (écrit par une ancienne version) supprimé")}));
         QVERIFY(!QFileInfo::exists(migration.temp.home() + QStringLiteral("/.halvorn")));
         QVERIFY(!QFileInfo::exists(migration.temp.home() + QStringLiteral("/.config/yt-dlp/config")));
     }

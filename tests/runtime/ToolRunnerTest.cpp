@@ -1,7 +1,7 @@
+#include "runtime/ToolRunner.h"
 #include "runtime/ChildEnvironment.h"
 #include "runtime/OutputBox.h"
 #include "runtime/SetupError.h"
-#include "runtime/ToolRunner.h"
 #include "support/TempInstallRoot.h"
 
 #include <QCoro/QCoroTask>
@@ -17,7 +17,8 @@ QCoro::Task<QString> errorOf(QString executable, QStringList arguments, ToolRunO
     co_return QString();
 }
 
-QString runCapturingError(const QString& executable, const QStringList& arguments, ToolRunOptions options = {}) {
+QString runCapturingError(const QString& executable, const QStringList& arguments,
+                          ToolRunOptions options = {}) {
     return QCoro::waitFor(errorOf(executable, arguments, std::move(options)));
 }
 } // namespace
@@ -30,15 +31,16 @@ private Q_SLOTS:
         QStringList lines;
         ToolRunOptions options;
         options.onLine = [&](const QString& line) { lines.append(line); };
-        const QStringList arguments{QStringLiteral("-c"), QStringLiteral("printf 'a\\nb'; echo ' c' >&2; printf 'é\\n'")};
+        const QStringList arguments{QStringLiteral("-c"),
+                                    QStringLiteral("printf 'a\\nb'; echo ' c' >&2; printf 'é\\n'")};
         const QString output = QCoro::waitFor(runTool(QStringLiteral("/bin/sh"), arguments, options));
         QCOMPARE(output, QStringLiteral("a\nb c\né\n"));
         QCOMPARE(lines, (QStringList{QStringLiteral("a"), QStringLiteral("b c"), QStringLiteral("é")}));
     }
 
     void failureCarriesNameCodeAndLastEightLines() {
-        const QStringList arguments{QStringLiteral("-c"),
-                                    QStringLiteral("for i in $(seq 1 20); do echo line$i; echo; done; exit 3")};
+        const QStringList arguments{
+            QStringLiteral("-c"), QStringLiteral("for i in $(seq 1 20); do echo line$i; echo; done; exit 3")};
         const QString message = runCapturingError(QStringLiteral("/bin/sh"), arguments);
         QStringList expected{QStringLiteral("sh (code 3)")};
         for (int i = 13; i <= 20; ++i)
@@ -48,7 +50,8 @@ private Q_SLOTS:
 
     void fewerThanEightLinesAreAllKept() {
         const QStringList arguments{QStringLiteral("-c"), QStringLiteral("echo one; echo two; exit 1")};
-        QCOMPARE(runCapturingError(QStringLiteral("/bin/sh"), arguments), QStringLiteral("sh (code 1)\none\ntwo"));
+        QCOMPARE(runCapturingError(QStringLiteral("/bin/sh"), arguments),
+                 QStringLiteral("sh (code 1)\none\ntwo"));
     }
 
     void missingExecutableCannotBeLaunched() {
@@ -63,7 +66,8 @@ private Q_SLOTS:
         ToolRunOptions options;
         options.workingDirectory = temp.path();
         options.environment = environment;
-        const QStringList arguments{QStringLiteral("-c"), QStringLiteral("pwd; echo \"$ONLY-${HOME:-none}\"")};
+        const QStringList arguments{QStringLiteral("-c"),
+                                    QStringLiteral("pwd; echo \"$ONLY-${HOME:-none}\"")};
         const QString output = QCoro::waitFor(runTool(QStringLiteral("/bin/sh"), arguments, options));
         QCOMPARE(output, QDir(temp.path()).canonicalPath() + QStringLiteral("\nthis-none\n"));
     }

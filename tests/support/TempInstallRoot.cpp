@@ -9,7 +9,8 @@ TempInstallRoot::TempInstallRoot() {
     QDir().mkpath(documents());
 }
 
-QString TempInstallRoot::writeFile(const QString& relative, const QByteArray& contents, bool executable) const {
+QString TempInstallRoot::writeFile(const QString& relative, const QByteArray& contents,
+                                   bool executable) const {
     const QString full = m_dir.path() + QLatin1Char('/') + relative;
     QDir().mkpath(QFileInfo(full).absolutePath());
     QFile file(full);
@@ -18,6 +19,7 @@ QString TempInstallRoot::writeFile(const QString& relative, const QByteArray& co
     file.write(contents);
     file.close();
     if (executable)
-        file.setPermissions(file.permissions() | QFileDevice::ExeOwner | QFileDevice::ExeGroup | QFileDevice::ExeOther);
+        file.setPermissions(file.permissions() | QFileDevice::ExeOwner | QFileDevice::ExeGroup |
+                            QFileDevice::ExeOther);
     return full;
 }
