@@ -15,7 +15,12 @@ bool PullOutput::pullInto(float* out, size_t frames) {
         std::fill(out, out + frames * 2, 0.0f);
         return false;
     }
-    m_source->prepare(frames);
-    m_source->render(out, frames);
+    // In slices the size of a device's buffer, so that any pull fits in what the stems keep ready.
+    for (size_t done = 0; done < frames;) {
+        const size_t slice = std::min(sliceFrames, frames - done);
+        m_source->prepare(slice);
+        m_source->render(out + done * 2, slice);
+        done += slice;
+    }
     return true;
 }

@@ -9,6 +9,8 @@
 // playback deterministic for tests and lets benchmarks and offline renders run faster than real time.
 class PullOutput : public AudioOutput {
 public:
+    static constexpr size_t sliceFrames = 1024;
+
     explicit PullOutput(int sampleRate = 44100)
         : m_sampleRate(sampleRate) {}
 
