@@ -1,6 +1,7 @@
 #include "MonoStreamDecoder.h"
 
 #include <QFile>
+#include <mutex>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -27,6 +28,9 @@ MonoStreamDecoder::~MonoStreamDecoder() {
 }
 
 bool MonoStreamDecoder::open(const QString& path) {
+    // The libraries' own chatter (skipped samples, damaged frames) says nothing the caller does not handle.
+    static std::once_flag quiet;
+    std::call_once(quiet, [] { av_log_set_level(AV_LOG_FATAL); });
     if (avformat_open_input(&m_format, QFile::encodeName(path).constData(), nullptr, nullptr) < 0)
         return false;
     if (avformat_find_stream_info(m_format, nullptr) < 0)
@@ -51,7 +55,8 @@ bool MonoStreamDecoder::startReading(QString* reason) {
     const AVCodecParameters* parameters = m_format->streams[m_stream]->codecpar;
     const AVCodec* codec = avcodec_find_decoder(parameters->codec_id);
     if (!codec) {
-        *reason = QStringLiteral("no decoder for %1").arg(QString::fromUtf8(avcodec_get_name(parameters->codec_id)));
+        *reason = QStringLiteral("no decoder for %1")
+                      .arg(QString::fromUtf8(avcodec_get_name(parameters->codec_id)));
         return false;
     }
     m_codec = avcodec_alloc_context3(codec);
@@ -68,8 +73,8 @@ bool MonoStreamDecoder::startReading(QString* reason) {
     else
         av_channel_layout_copy(&in, &m_codec->ch_layout);
     AVChannelLayout mono = AV_CHANNEL_LAYOUT_MONO;
-    result = swr_alloc_set_opts2(&m_swr, &mono, AV_SAMPLE_FMT_FLT, m_codec->sample_rate, &in, m_codec->sample_fmt,
-                                 m_codec->sample_rate, 0, nullptr);
+    result = swr_alloc_set_opts2(&m_swr, &mono, AV_SAMPLE_FMT_FLT, m_codec->sample_rate, &in,
+                                 m_codec->sample_fmt, m_codec->sample_rate, 0, nullptr);
     av_channel_layout_uninit(&in);
     if (result >= 0)
         result = swr_init(m_swr);
@@ -95,10 +100,10 @@ void MonoStreamDecoder::drainFrames(const Sink& sink, int64_t& total) {
             m_monoCapacity = m_mono ? capacity : 0;
         }
         uint8_t* out[1] = {reinterpret_cast<uint8_t*>(m_mono)};
-        const int produced = m_mono ? swr_convert(m_swr, out, m_monoCapacity,
-                                                  const_cast<const uint8_t**>(m_frame->extended_data),
-                                                  m_frame->nb_samples)
-                                    : 0;
+        const int produced =
+            m_mono ? swr_convert(m_swr, out, m_monoCapacity,
+                                 const_cast<const uint8_t**>(m_frame->extended_data), m_frame->nb_samples)
+                   : 0;
         if (produced > 0) {
             sink(m_mono, produced);
             total += produced;

@@ -23,7 +23,8 @@ void PeakEnvelope::normalise(QList<float>& values) {
             value /= greatest;
 }
 
-PeakEnvelope::PeakEnvelope(int64_t bucketSize, qsizetype expectedPoints) : m_bucketSize(std::max<int64_t>(1, bucketSize)) {
+PeakEnvelope::PeakEnvelope(int64_t bucketSize, qsizetype expectedPoints)
+    : m_bucketSize(std::max<int64_t>(1, bucketSize)) {
     m_values.reserve(expectedPoints);
 }
 
@@ -33,7 +34,7 @@ void PeakEnvelope::add(const float* samples, int64_t count) {
         // Walk what is left of the current bucket in one tight loop.
         const int64_t take = std::min(count - i, m_bucketSize - m_inBucket);
         float peak = m_peak;
-        for (const float* p = samples + i, *end = p + take; p != end; ++p)
+        for (const float *p = samples + i, *end = p + take; p != end; ++p)
             peak = std::max(peak, std::fabs(*p));
         m_peak = peak;
         m_inBucket += take;

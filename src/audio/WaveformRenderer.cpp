@@ -23,7 +23,9 @@ QThreadPool& decodingPool() {
     return *pool;
 }
 
-QString fileName(const QString& path) { return QFileInfo(path).fileName(); }
+QString fileName(const QString& path) {
+    return QFileInfo(path).fileName();
+}
 
 // The whole mono signal of a fresh decode, or nothing.
 std::vector<float> decodeWhole(const QString& path, int targetSamples) {
@@ -33,13 +35,15 @@ std::vector<float> decodeWhole(const QString& path, int targetSamples) {
     if (!decoder.open(path) || !decoder.startReading(&reason))
         return samples;
     samples.reserve(static_cast<size_t>(targetSamples) * 100);
-    decoder.readAll([&](const float* run, int64_t count) { samples.insert(samples.end(), run, run + count); });
+    decoder.readAll(
+        [&](const float* run, int64_t count) { samples.insert(samples.end(), run, run + count); });
     return samples;
 }
 
 } // namespace
 
-WaveformRenderer::WaveformRenderer(ConsoleLineSink console) : m_console(std::move(console)) {}
+WaveformRenderer::WaveformRenderer(ConsoleLineSink console)
+    : m_console(std::move(console)) {}
 
 QCoro::Task<QList<float>> WaveformRenderer::render(QString path, int targetSamples) const {
     QList<float> envelope = co_await renderWithAssetReader(path, targetSamples);
@@ -49,15 +53,19 @@ QCoro::Task<QList<float>> WaveformRenderer::render(QString path, int targetSampl
 }
 
 QCoro::Task<QList<float>> WaveformRenderer::renderWithAssetReader(QString path, int targetSamples) const {
-    co_return co_await QtConcurrent::run(&decodingPool(), [this, path, targetSamples] {
-        return decodeWithAssetReader(path, targetSamples);
-    });
+    // Awaited as a named future: g++ 12 destroys the captures twice in "co_return co_await run(…)".
+    QFuture<QList<float>> decoded = QtConcurrent::run(
+        &decodingPool(), [this, path, targetSamples] { return decodeWithAssetReader(path, targetSamples); });
+    QList<float> envelope = co_await decoded;
+    co_return envelope;
 }
 
 QCoro::Task<QList<float>> WaveformRenderer::renderWithAudioFile(QString path, int targetSamples) const {
-    co_return co_await QtConcurrent::run(&decodingPool(), [this, path, targetSamples] {
-        return decodeWithAudioFile(path, targetSamples);
-    });
+    // Awaited as a named future: g++ 12 destroys the captures twice in "co_return co_await run(…)".
+    QFuture<QList<float>> decoded = QtConcurrent::run(
+        &decodingPool(), [this, path, targetSamples] { return decodeWithAudioFile(path, targetSamples); });
+    QList<float> envelope = co_await decoded;
+    co_return envelope;
 }
 
 QList<float> WaveformRenderer::renderNow(const QString& path, int targetSamples) const {
@@ -73,7 +81,8 @@ QList<float> WaveformRenderer::decodeWithAssetReader(const QString& path, int ta
         return {};
     QString reason;
     if (!decoder.startReading(&reason)) {
-        m_console(QStringLiteral("[Waveform] AVAssetReader failed: %1").arg(reason.isEmpty() ? QStringLiteral("?") : reason));
+        m_console(QStringLiteral("[Waveform] AVAssetReader failed: %1")
+                      .arg(reason.isEmpty() ? QStringLiteral("?") : reason));
         return {};
     }
     QList<float> envelope;
@@ -82,7 +91,8 @@ QList<float> WaveformRenderer::decodeWithAssetReader(const QString& path, int ta
         // the decoded length gives the same bucket size; otherwise decode again, holding the signal.
         const int64_t bucket = PeakEnvelope::bucketSize(*expected, targetSamples);
         PeakEnvelope reducer(bucket, static_cast<qsizetype>(*expected / bucket + 1));
-        const int64_t decoded = decoder.readAll([&](const float* run, int64_t count) { reducer.add(run, count); });
+        const int64_t decoded =
+            decoder.readAll([&](const float* run, int64_t count) { reducer.add(run, count); });
         if (decoded == 0)
             return {};
         if (PeakEnvelope::bucketSize(decoded, targetSamples) == bucket) {
@@ -94,9 +104,11 @@ QList<float> WaveformRenderer::decodeWithAssetReader(const QString& path, int ta
         const std::vector<float> samples = decodeWhole(path, targetSamples);
         if (samples.empty())
             return {};
-        envelope = PeakEnvelope::ofSignal(samples.data(), static_cast<int64_t>(samples.size()), targetSamples);
+        envelope =
+            PeakEnvelope::ofSignal(samples.data(), static_cast<int64_t>(samples.size()), targetSamples);
     }
-    m_console(QStringLiteral("[Waveform] AVAssetReader ✅ %1: %2 pts").arg(fileName(path)).arg(envelope.size()));
+    m_console(
+        QStringLiteral("[Waveform] AVAssetReader ✅ %1: %2 pts").arg(fileName(path)).arg(envelope.size()));
     return envelope;
 }
 
