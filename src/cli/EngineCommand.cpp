@@ -13,7 +13,8 @@ QCoro::Task<int> installReference(const QStringList& options) {
     const bool ifMissing = options.contains(QStringLiteral("--if-missing"));
     for (const QString& option : options)
         if (option != QLatin1String("--if-missing")) {
-            Console::err(QStringLiteral("Option inconnue : %1\nUtilisation : marlune %2").arg(option, kUsage));
+            Console::err(
+                QStringLiteral("Option inconnue : %1\nUtilisation : marlune %2").arg(option, kUsage));
             co_return ExitCode::usage;
         }
     PythonRuntimeService& runtime = PythonRuntimeService::shared();
@@ -24,7 +25,8 @@ QCoro::Task<int> installReference(const QStringList& options) {
     }
     const auto source = ReferenceEngineInstaller::bundledSourceDir();
     if (!source) {
-        Console::err(QStringLiteral("Moteur de référence introuvable (définissez MARLUNE_REFERENCE_ENGINE)."));
+        Console::err(
+            QStringLiteral("Moteur de référence introuvable (définissez MARLUNE_REFERENCE_ENGINE)."));
         co_return ExitCode::failure;
     }
     const QString installed = co_await ReferenceEngineInstaller::install(runtime, *source);
@@ -44,5 +46,6 @@ QCoro::Task<int> runEngine(QStringList arguments) {
 
 Command engineCommand() {
     return Command{QStringLiteral("engine"), kUsage,
-                   QStringLiteral("Installe le moteur de référence fourni avec Marlune (sans réseau)."), runEngine};
+                   QStringLiteral("Installe le moteur de référence fourni avec Marlune (sans réseau)."),
+                   runEngine};
 }

@@ -30,7 +30,9 @@ QCoro::Task<> PythonRuntimeService::startBackend(int port) {
         co_return;
     }
 
-    co_await QtConcurrent::run([port] { PortListeners::freePort(static_cast<quint16>(port)); });
+    QFuture<void> portFreed =
+        QtConcurrent::run([port] { PortListeners::freePort(static_cast<quint16>(port)); });
+    co_await portFreed;
 
     m_runningTag.reset();
     purgeOldBackends();
@@ -164,7 +166,8 @@ QCoro::Task<> PythonRuntimeService::warmUpModels() {
         }
     };
     const QStringList arguments{QStringLiteral("-m"), QStringLiteral("app.pipeline.warmup")};
-    co_await runTool(m_layout.backendPython(tag), arguments, options);
+    const QString python = m_layout.backendPython(tag);
+    co_await runTool(python, arguments, options);
     manifest().modelsWarmedTag = tag;
     manifest().modelsFailed = failed;
     saveManifest();

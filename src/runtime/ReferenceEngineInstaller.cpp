@@ -17,7 +17,8 @@ namespace {
 
 bool isPackageSource(const QString& relative) {
     static const QStringList skipped{QStringLiteral(".venv"), QStringLiteral("__pycache__"),
-                                     QStringLiteral(".pytest_cache"), QStringLiteral("tests"), QStringLiteral("bench")};
+                                     QStringLiteral(".pytest_cache"), QStringLiteral("tests"),
+                                     QStringLiteral("bench")};
     for (const QString& piece : relative.split(QLatin1Char('/')))
         if (skipped.contains(piece))
             return false;
@@ -40,16 +41,43 @@ bool copyTree(const QString& from, const QString& to) {
     return true;
 }
 
+// Copies the engine into `staging` and gives it its environment; returns the failure's message, if any.
+QCoro::Task<QString> prepareStaging(PythonRuntimeService& runtime, QString sourceDir, QString staging,
+                                    QString systemPython) {
+    QDir(staging).removeRecursively();
+    QFuture<bool> copy = QtConcurrent::run([sourceDir, staging] { return copyTree(sourceDir, staging); });
+    const bool copied = co_await copy;
+    if (!copied)
+        co_return QStringLiteral("Copie du moteur impossible vers %1").arg(staging);
+    ToolRunOptions options;
+    options.environment = runtime.cleanEnvironment();
+    const QStringList venv{QStringLiteral("-m"), QStringLiteral("venv"),
+                           QStringLiteral("--system-site-packages"), QStringLiteral("--without-pip"),
+                           staging + QStringLiteral("/.venv")};
+    const QStringList importCheck{QStringLiteral("-c"), QStringLiteral("import app.main")};
+    try {
+        co_await runTool(systemPython, venv, options);
+        options.workingDirectory = staging;
+        const QString python = staging + QStringLiteral("/.venv/bin/python");
+        co_await runTool(python, importCheck, options);
+    } catch (const SetupError& error) {
+        co_return error.message();
+    }
+    co_return QString();
+}
+
 } // namespace
 
 namespace ReferenceEngineInstaller {
 
 std::optional<QString> bundledSourceDir() {
     QStringList candidates;
-    if (const QString fromEnvironment = qEnvironmentVariable("MARLUNE_REFERENCE_ENGINE"); !fromEnvironment.isEmpty())
+    if (const QString fromEnvironment = qEnvironmentVariable("MARLUNE_REFERENCE_ENGINE");
+        !fromEnvironment.isEmpty())
         candidates.append(fromEnvironment);
     if (QCoreApplication::instance())
-        candidates.append(QCoreApplication::applicationDirPath() + QStringLiteral("/../share/marlune/reference-engine"));
+        candidates.append(QCoreApplication::applicationDirPath() +
+                          QStringLiteral("/../share/marlune/reference-engine"));
     candidates.append(QStringLiteral(MARLUNE_SOURCE_DIR "/reference-engine"));
     for (const QString& candidate : candidates)
         if (QFileInfo::exists(candidate + QStringLiteral("/pyproject.toml")))
@@ -70,33 +98,22 @@ QString tagOf(const QString& sourceDir) {
 QCoro::Task<QString> install(PythonRuntimeService& runtime, QString sourceDir, QString systemPython) {
     const QString tag = tagOf(sourceDir);
     if (tag.isEmpty())
-        throw SetupError(QStringLiteral("Moteur de référence introuvable ou sans version : %1").arg(sourceDir));
+        throw SetupError(
+            QStringLiteral("Moteur de référence introuvable ou sans version : %1").arg(sourceDir));
     if (runtime.runningTag() == tag)
-        throw SetupError(QStringLiteral("Le moteur %1 est en cours d'exécution : arrêtez-le avant de le réinstaller.").arg(tag));
+        throw SetupError(
+            QStringLiteral("Le moteur %1 est en cours d'exécution : arrêtez-le avant de le réinstaller.")
+                .arg(tag));
 
     const InstallLayout& layout = runtime.layout();
     const QString target = layout.backendDir(tag);
     const QString staging = target + QStringLiteral(".partial");
     runtime.log(QStringLiteral("📦 Installation du moteur de référence %1…").arg(tag));
 
-    QDir(staging).removeRecursively();
-    const bool copied = co_await QtConcurrent::run([sourceDir, staging] { return copyTree(sourceDir, staging); });
-    if (!copied) {
+    const QString failure = co_await prepareStaging(runtime, sourceDir, staging, systemPython);
+    if (!failure.isEmpty()) {
         QDir(staging).removeRecursively();
-        throw SetupError(QStringLiteral("Copie du moteur impossible vers %1").arg(staging));
-    }
-    try {
-        ToolRunOptions options;
-        options.environment = runtime.cleanEnvironment();
-        const QStringList venv{QStringLiteral("-m"), QStringLiteral("venv"), QStringLiteral("--system-site-packages"),
-                               staging + QStringLiteral("/.venv")};
-        co_await runTool(systemPython, venv, options);
-        options.workingDirectory = staging;
-        const QStringList importCheck{QStringLiteral("-c"), QStringLiteral("import app.main")};
-        co_await runTool(staging + QStringLiteral("/.venv/bin/python"), importCheck, options);
-    } catch (const SetupError&) {
-        QDir(staging).removeRecursively();
-        throw;
+        throw SetupError(failure);
     }
 
     QDir(target).removeRecursively();

@@ -10,7 +10,7 @@
 namespace {
 QCoro::Task<QString> errorOf(QString executable, QStringList arguments, ToolRunOptions options) {
     try {
-        co_await runTool(executable, arguments, std::move(options));
+        co_await runTool(executable, arguments, options);
     } catch (const SetupError& error) {
         co_return error.message();
     }
