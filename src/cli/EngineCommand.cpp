@@ -36,8 +36,10 @@ QCoro::Task<int> installReference(const QStringList& options) {
 
 QCoro::Task<int> runEngine(QStringList arguments) {
     const QString action = arguments.isEmpty() ? QString() : arguments.takeFirst();
-    if (action == QLatin1String("install-reference"))
-        co_return co_await installReference(arguments);
+    if (action == QLatin1String("install-reference")) {
+        const int status = co_await installReference(arguments);
+        co_return status;
+    }
     Console::err(QStringLiteral("Utilisation : marlune %1").arg(kUsage));
     co_return ExitCode::usage;
 }
