@@ -3,12 +3,37 @@
 #include "AudioEngineError.h"
 #include "AudioRenderSource.h"
 
+#include <fcntl.h>
 #include <portaudio.h>
+#include <unistd.h>
 
 namespace {
 QString paText(PaError error) {
     return QString::fromUtf8(Pa_GetErrorText(error));
 }
+
+// Host back-ends (ALSA, JACK) print pages of probing noise on standard error while PortAudio looks for
+// devices; every failure that matters comes back as an error code anyway.
+class QuietStandardError {
+public:
+    QuietStandardError()
+        : m_saved(dup(STDERR_FILENO)) {
+        const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        if (m_saved >= 0 && null >= 0)
+            dup2(null, STDERR_FILENO);
+        if (null >= 0)
+            close(null);
+    }
+    ~QuietStandardError() {
+        if (m_saved < 0)
+            return;
+        dup2(m_saved, STDERR_FILENO);
+        close(m_saved);
+    }
+
+private:
+    int m_saved;
+};
 
 int renderCallback(const void*, void* output, unsigned long frames, const PaStreamCallbackTimeInfo*,
                    PaStreamCallbackFlags, void* source) {
@@ -18,7 +43,10 @@ int renderCallback(const void*, void* output, unsigned long frames, const PaStre
 } // namespace
 
 PortAudioOutput::PortAudioOutput() {
-    const PaError initialised = Pa_Initialize();
+    const PaError initialised = [] {
+        QuietStandardError quiet;
+        return Pa_Initialize();
+    }();
     if (initialised != paNoError)
         throw AudioEngineError(QStringLiteral("PortAudio ne démarre pas (%1)").arg(paText(initialised)));
     m_device = Pa_GetDefaultOutputDevice();
@@ -46,6 +74,7 @@ void PortAudioOutput::start(AudioRenderSource& source) {
     parameters.sampleFormat = paFloat32;
     parameters.suggestedLatency = m_latency;
     PaStream* stream = nullptr;
+    QuietStandardError quiet;
     PaError error = Pa_OpenStream(&stream, nullptr, &parameters, m_sampleRate, paFramesPerBufferUnspecified,
                                   paNoFlag, &renderCallback, &source);
     if (error == paNoError) {
