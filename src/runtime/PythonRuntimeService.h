@@ -3,12 +3,14 @@
 #include "ComponentInfo.h"
 #include "InstallLayout.h"
 #include "ManifestStore.h"
+#include "ToolSources.h"
 
 #include <QCoro/QCoroTask>
 #include <QObject>
 #include <QPointer>
 #include <QProcessEnvironment>
 #include <QStringDecoder>
+#include <functional>
 #include <optional>
 
 class QFile;
@@ -33,6 +35,7 @@ public:
         QString homeDir;
         QString userName;
         qint64 parentPid = 0;
+        ToolSources tools = ToolSources::fromEnvironment(); // where tools are downloaded from
     };
     static Config defaultConfig();
     static PythonRuntimeService& shared();
@@ -69,6 +72,19 @@ public:
     void stopBackendBlocking(); // at exit: the same steps, waiting on the calling thread
     // Runs the engine's model warm-up and records its outcome in the manifest; throws SetupError.
     QCoro::Task<> warmUpModels();
+
+    // Tool provisioning. Each installer throws SetupError; `report` receives its detail lines.
+    using Report = std::function<void(const QString& detail)>;
+    QCoro::Task<> installFFmpeg(Report report);
+    QCoro::Task<> installFpcalc(Report report);
+    QCoro::Task<> installQuickJS(Report report);
+    QCoro::Task<> installUV(Report report); // installs uv, or updates it to the latest release
+    QCoro::Task<> installPython(Report report);
+    QProcessEnvironment uvEnvironment() const; // cleanEnvironment() plus uv's folders and options
+    const ToolSources& toolSources() const { return m_config.tools; }
+    // Latest published versions; nothing when the lookup fails.
+    QCoro::Task<std::optional<QString>> latestRelease(QString repo) const;
+    QCoro::Task<std::optional<QString>> latestPyPIVersion(QString package) const;
 
     bool isRunning() const { return m_isRunning; }
     const QString& setupLog() const { return m_setupLog; }
