@@ -1,0 +1,1 @@
+"""Audio input and output: decoding through ffmpeg, 16-bit WAV writing."""

@@ -1,0 +1,1 @@
+"""Signal processing: short-time Fourier transform and stem separation masks."""
