@@ -48,10 +48,6 @@ class Settings:
     keepalive_sec: float = 15.0
     parent_poll_sec: float = 1.0
 
-    @property
-    def trash_dir(self) -> Path:
-        return self.jobs_dir / ".trash"
-
     @classmethod
     def from_env(cls, env: Optional[Mapping[str, str]] = None) -> "Settings":
         env = os.environ if env is None else env

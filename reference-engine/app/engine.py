@@ -1,0 +1,34 @@
+"""The engine's parts, built once per application."""
+
+from __future__ import annotations
+
+from dataclasses import dataclass
+from typing import Optional
+
+from fastapi import Request
+
+from .config import Settings
+from .jobs.events import JobEvents
+from .jobs.runner import JobRunner
+from .jobs.store import JobStore
+from .pipeline.job import JobPipeline, StageHook
+
+
+@dataclass
+class Engine:
+    settings: Settings
+    events: JobEvents
+    store: JobStore
+    runner: JobRunner
+
+    @classmethod
+    def build(cls, settings: Settings, on_stage: Optional[StageHook] = None) -> "Engine":
+        events = JobEvents()
+        store = JobStore(settings.jobs_dir, settings.persist_library, events)
+        runner = JobRunner(store, JobPipeline(settings, store, on_stage))
+        return cls(settings, events, store, runner)
+
+
+def get_engine(request: Request) -> Engine:
+    """Route dependency: the engine of the application serving the request."""
+    return request.app.state.engine

@@ -1,0 +1,1 @@
+"""Jobs: records, the persistent store, change events and the background runner."""

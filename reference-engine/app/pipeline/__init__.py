@@ -1,0 +1,1 @@
+"""A job's stages: fetching, decoding and analysis, separation, writing the stems."""
