@@ -165,16 +165,18 @@ QString FixedDownloads::versionOf(const QString& tool) const {
     return QString();
 }
 
+void FixedDownloads::put(const QString& platform, const FixedDownload& row) {
+    QList<FixedDownload>& rows = m_rows[platform];
+    const auto same =
+        std::find_if(rows.begin(), rows.end(), [&](const FixedDownload& r) { return r.tool == row.tool; });
+    if (same != rows.end())
+        *same = row;
+    else
+        rows.append(row);
+}
+
 void FixedDownloads::overrideWith(const FixedDownloads& trusted) {
-    for (auto platform = trusted.m_rows.begin(); platform != trusted.m_rows.end(); ++platform) {
-        QList<FixedDownload>& rows = m_rows[platform.key()];
-        for (const FixedDownload& replacement : *platform) {
-            const auto same = std::find_if(
-                rows.begin(), rows.end(), [&](const FixedDownload& r) { return r.tool == replacement.tool; });
-            if (same != rows.end())
-                *same = replacement;
-            else
-                rows.append(replacement);
-        }
-    }
+    for (auto platform = trusted.m_rows.begin(); platform != trusted.m_rows.end(); ++platform)
+        for (const FixedDownload& row : *platform)
+            put(platform.key(), row);
 }

@@ -32,7 +32,9 @@ public:
     // The version of `tool` in whichever platform lists it (every platform ships the same versions).
     QString versionOf(const QString& tool) const;
 
-    // Each row of `trusted` takes the place of the row of the same platform and tool (or is added).
+    // `row` takes the place of the row of the same platform and tool, or is added.
+    void put(const QString& platform, const FixedDownload& row);
+    // Each row of `trusted` is put in this table.
     void overrideWith(const FixedDownloads& trusted);
 
     bool operator==(const FixedDownloads&) const = default;

@@ -23,7 +23,7 @@ ToolSources ToolSources::fromEnvironment(const QProcessEnvironment& environment)
         sources.downloads.overrideWith(*trusted);
     else
         AppLogger::shared().log(
-            QStringLiteral("⚠️ Table de sommes de contrôle ignorée (%1) : %2").arg(trustedPath, error),
+            QStringLiteral("Table de sommes de contrôle ignorée (%1) : %2").arg(trustedPath, error),
             LogLevel::warn);
     return sources;
 }
