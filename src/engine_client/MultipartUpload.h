@@ -1,0 +1,29 @@
+#pragma once
+
+#include "audio/StemKind.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+
+// The multipart form of a job created from a file: a "stems" part holding the JSON list of stem raw
+// values, then a "file" part holding the file. The body is assembled on disk, never in memory.
+namespace MultipartUpload {
+constexpr qint64 chunkBytes = 4 * 1024 * 1024;
+
+// "Halvorn-" followed by a new upper-case UUID.
+QString newBoundary();
+// By the lower-cased extension: wav, mp3, m4a/m4b, flac, ogg, opus; "application/octet-stream" else.
+QString contentType(const QString& fileName);
+// The last path component with every double quote replaced by an apostrophe.
+QString filenameParameter(const QString& filePath);
+// "multipart/form-data; boundary={boundary}"
+QByteArray contentTypeHeader(const QString& boundary);
+// Everything before the file's bytes, and everything after them.
+QByteArray head(const QString& boundary, const QList<StemKind>& stems, const QString& filePath);
+QByteArray tail(const QString& boundary);
+// Writes the whole body to `bodyPath`, copying the file in chunks of at most `chunkBytes`. Throws
+// UploadError (with no file left at `bodyPath`) when the file cannot be read or the body written.
+void writeBody(const QString& filePath, const QString& bodyPath, const QString& boundary,
+               const QList<StemKind>& stems);
+} // namespace MultipartUpload
