@@ -50,8 +50,10 @@ QCoro::Task<> ExportService::convert(QString source, ExportFormat format, QStrin
     const std::optional<QString> ffmpeg = findFFmpeg();
     if (!ffmpeg)
         throw ExportError::ffmpegNotFound();
-    co_await FFmpegProcess::inBackground(
-        [this, path = *ffmpeg, source, format, dest] { runFFmpeg(path, source, format, dest); });
+    std::function<void()> work = [this, path = *ffmpeg, source, format, dest] {
+        runFFmpeg(path, source, format, dest);
+    };
+    co_await FFmpegProcess::inBackground(std::move(work));
 }
 
 void ExportService::runFFmpeg(const QString& ffmpeg, const QString& source, ExportFormat format,
@@ -94,8 +96,10 @@ QCoro::Task<QString> ExportService::exportStems(QList<StemTrackPtr> tracks, QStr
     if (error)
         throw ExportError::folderNotCreated(QString::fromLocal8Bit(error.message()));
 
-    for (const StemToWrite& stem : stems)
-        co_await convert(stem.source, format, QDir(folder).filePath(stem.fileName));
+    for (const StemToWrite& stem : stems) {
+        const QString dest = QDir(folder).filePath(stem.fileName);
+        co_await convert(stem.source, format, dest);
+    }
     m_config.reveal(folder);
     co_return folder;
 }

@@ -56,13 +56,15 @@ FFmpegOutcome run(const QString& executable, const QStringList& arguments) {
 QCoro::Task<> inBackground(std::function<void()> work) {
     // Shared with the worker, which may outlive this frame if the awaiting task is dropped.
     auto failure = std::make_shared<std::exception_ptr>();
-    co_await QtConcurrent::run(&exportPool(), [work = std::move(work), failure] {
+    // Started outside the co_await expression: g++ 12 mishandles temporaries inside one.
+    QFuture<void> done = QtConcurrent::run(&exportPool(), [work = std::move(work), failure] {
         try {
             work();
         } catch (...) {
             *failure = std::current_exception();
         }
     });
+    co_await done;
     if (*failure)
         std::rethrow_exception(*failure);
 }

@@ -87,7 +87,8 @@ QCoro::Task<> MixExportService::exportMix(QList<StemTrackPtr> tracks, ExportForm
     if (snapshots.isEmpty())
         throw MixError::noActiveTracks();
     if (snapshots.size() == 1) {
-        co_await m_exports.convert(FFmpegProcess::inputPath(snapshots.first().url), format, dest);
+        const QString source = FFmpegProcess::inputPath(snapshots.first().url);
+        co_await m_exports.convert(source, format, dest);
         co_return;
     }
 
@@ -96,10 +97,11 @@ QCoro::Task<> MixExportService::exportMix(QList<StemTrackPtr> tracks, ExportForm
         throw ExportError::ffmpegNotFound();
     const QStringList arguments = mixArguments(snapshots, format, dest);
     m_console(QStringLiteral("[MixExport] ") + arguments.join(QLatin1Char(' ')));
-    co_await FFmpegProcess::inBackground([path = *ffmpeg, arguments] {
+    std::function<void()> work = [path = *ffmpeg, arguments] {
         const FFmpegOutcome outcome = FFmpegProcess::run(path, arguments);
         if (!outcome.succeeded())
             throw ExportError::ffmpegFailed(
                 FFmpegProcess::tail(outcome.errorOutput, reportedErrorCharacters));
-    });
+    };
+    co_await FFmpegProcess::inBackground(std::move(work));
 }
