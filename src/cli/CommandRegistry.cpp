@@ -1,8 +1,16 @@
 #include "Command.h"
+#include "ConvertCommand.h"
 #include "EngineCommand.h"
+#include "PlayCommand.h"
+#include "SelfUpdateCommand.h"
+#include "WaveformCommand.h"
 
 QList<Command> allCommands() {
     QList<Command> commands;
     commands.append(engineCommand());
+    commands.append(selfUpdateCommand());
+    commands.append(convertCommand());
+    commands.append(waveformCommand());
+    commands.append(playCommand());
     return commands;
 }
