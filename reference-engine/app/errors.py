@@ -16,3 +16,6 @@ class PipelineError(Exception):
 
 class JobCancelled(Exception):
     """Raised inside a job's work once the job has been cancelled or the engine is stopping."""
+
+
+INTERNAL_ERROR = "Erreur interne du moteur."

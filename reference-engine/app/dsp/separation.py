@@ -12,7 +12,7 @@ stereo power spectrogram:
 
 from __future__ import annotations
 
-from typing import Callable, Dict, Optional
+from typing import Callable, Dict, Optional, Tuple
 
 import numpy as np
 from scipy.ndimage import median_filter, uniform_filter1d
@@ -30,7 +30,6 @@ _PERCUSSIVE_BANDS = 17   # band span of the percussive median filter
 _CENTRE_FLOOR = 0.85     # mid share at and below which content is not centre-panned
 
 Progress = Callable[[float], None]
-Check = Callable[[], None]
 
 
 def _rise(freq: np.ndarray, start: float, end: float) -> np.ndarray:
@@ -65,8 +64,9 @@ class Separator:
             "piano": upper * (1.0 - _rise(centres, 5000.0, 10000.0)),
         }
 
-    def masks(self, spectrum: np.ndarray, sample_rate: int) -> Dict[str, np.ndarray]:
-        """Band masks (frames, bands) per masked stem, and the bin→band map under "_bands"."""
+    def masks(self, spectrum: np.ndarray,
+              sample_rate: int) -> Tuple[Dict[str, np.ndarray], np.ndarray]:
+        """Band masks (frames, bands) per masked stem, and the band of every bin."""
         freqs = self.stft.frequencies(sample_rate)
         band_of_bin = band_layout(freqs)
         starts = np.flatnonzero(np.diff(band_of_bin, prepend=-1))
@@ -101,25 +101,18 @@ class Separator:
             "guitar": rest * weights["guitar"],
             "piano": rest * weights["piano"],
         }
-        result = {name: mask.astype(np.float32) for name, mask in result.items()}
-        result["_bands"] = band_of_bin
-        return result
+        return {name: mask.astype(np.float32) for name, mask in result.items()}, band_of_bin
 
     def separate(self, samples: np.ndarray, sample_rate: int,
-                 progress: Optional[Progress] = None,
-                 check: Optional[Check] = None) -> Dict[str, np.ndarray]:
+                 progress: Optional[Progress] = None) -> Dict[str, np.ndarray]:
         """Stems of `samples` (channels, frames), float32, in STEM_ORDER; they sum to the input."""
         progress = progress or (lambda fraction: None)
-        check = check or (lambda: None)
         samples = np.asarray(samples, dtype=np.float32)
         length = samples.shape[1]
 
         spectrum = self.stft.forward(samples)
-        check()
         progress(0.15)
-        masks = self.masks(spectrum, sample_rate)
-        band_of_bin = masks.pop("_bands")
-        check()
+        masks, band_of_bin = self.masks(spectrum, sample_rate)
         progress(0.3)
 
         stems: Dict[str, np.ndarray] = {}
@@ -129,7 +122,6 @@ class Separator:
             stem = self.stft.inverse(spectrum * gain, length)
             residual -= stem
             stems[name] = stem
-            check()
             progress(0.3 + 0.7 * (index + 1) / len(MASKED_STEMS))
         stems["other"] = residual
         return {name: stems[name] for name in STEM_ORDER}

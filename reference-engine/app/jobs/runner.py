@@ -8,13 +8,11 @@ import threading
 import traceback
 from typing import Callable, Dict, Optional
 
-from ..errors import JobCancelled, PipelineError
+from ..errors import INTERNAL_ERROR, JobCancelled, PipelineError
 from .model import Status
 from .store import JobStore
 
 log = logging.getLogger("engine")
-
-INTERNAL_ERROR = "Erreur interne du moteur."
 
 
 class CancelToken:
@@ -50,7 +48,7 @@ class JobRunner:
         self._thread = threading.Thread(target=self._loop, name="job-runner", daemon=True)
         self._thread.start()
 
-    def stop(self, timeout: float = 1.5) -> None:
+    def stop(self, timeout: float = 0.5) -> None:
         """Interrupts the running job (left as it is, so that a restart reports it stopped)."""
         with self._lock:
             self._stopping = True

@@ -27,7 +27,6 @@ _TIMEOUT = 30
 _PERCENT = re.compile(r"\[download\]\s+([\d.]+)%")
 
 Progress = Callable[[float], None]
-Check = Callable[[], None]
 
 
 def _served_name(response, url: str) -> str:
@@ -47,7 +46,7 @@ def is_audio_answer(content_type: str, name: str) -> bool:
     return content_type in _GENERIC_TYPES and safe_extension(name) in AUDIO_EXTENSIONS
 
 
-def fetch(url: str, folder: Path, progress: Progress, check: Check) -> Tuple[Path, str]:
+def fetch(url: str, folder: Path, progress: Progress) -> Tuple[Path, str]:
     """Downloads the audio behind `url` into `folder`; returns the file and a title."""
     request = urllib.request.Request(url, headers={"User-Agent": f"reference-engine/{__version__}"})
     try:
@@ -63,18 +62,17 @@ def fetch(url: str, folder: Path, progress: Progress, check: Check) -> Tuple[Pat
         name = _served_name(response, url)
         if is_audio_answer(response.headers.get_content_type(), name):
             path = folder / ("input" + (safe_extension(name) or ".audio"))
-            _save(response, path, progress, check)
+            _save(response, path, progress)
             return path, title_from_file_name(name) if name.strip() else title_from_url(url)
-    return download_with_ytdlp(url, folder, progress, check)
+    return download_with_ytdlp(url, folder, progress)
 
 
-def _save(response, path: Path, progress: Progress, check: Check) -> None:
+def _save(response, path: Path, progress: Progress) -> None:
     total = int(response.headers.get("Content-Length") or 0)
     received = 0
     try:
         with open(path, "wb") as out:
             while True:
-                check()
                 chunk = response.read(_CHUNK)
                 if not chunk:
                     break
@@ -98,8 +96,7 @@ def find_ytdlp() -> Optional[str]:
     return str(beside) if beside.is_file() and os.access(beside, os.X_OK) else None
 
 
-def download_with_ytdlp(url: str, folder: Path, progress: Progress,
-                        check: Check) -> Tuple[Path, str]:
+def download_with_ytdlp(url: str, folder: Path, progress: Progress) -> Tuple[Path, str]:
     tool = find_ytdlp()
     if tool is None:
         raise PipelineError(
@@ -117,7 +114,6 @@ def download_with_ytdlp(url: str, folder: Path, progress: Progress,
     lines = []
     try:
         for line in process.stdout:
-            check()
             line = line.rstrip("\n")
             match = _PERCENT.search(line)
             if match:

@@ -1,0 +1,100 @@
+"""Runs a job's pipeline in a child process and applies what it reports to the job store.
+
+A child process keeps long numerical work from stalling the server (some of it holds the
+interpreter lock for seconds), lets a cancelled job stop at once, and returns its memory when the
+job ends. Children are forked from a server process that has the numerical modules loaded."""
+
+from __future__ import annotations
+
+import multiprocessing
+import multiprocessing.forkserver
+import traceback
+from pathlib import Path
+from typing import Callable, Optional
+
+from ..config import Settings
+from ..errors import INTERNAL_ERROR, JobCancelled, PipelineError
+from ..jobs.model import Job, Status
+from ..jobs.runner import CancelToken
+from ..jobs.store import JobStore
+
+StageHook = Callable[[str, Status], None]
+
+_context = multiprocessing.get_context("forkserver")
+_context.set_forkserver_preload([f"{__package__}.job"])
+
+UNEXPECTED_END = "Le traitement s'est arrêté de façon inattendue."
+
+
+def child_main(settings: Settings, job: Job, folder: str, connection) -> None:
+    from .job import JobPipeline
+
+    def report(**fields) -> None:
+        connection.send(("update", fields))
+
+    try:
+        JobPipeline(settings).run(job, Path(folder), report)
+    except PipelineError as error:
+        connection.send(("error", error.message, error.detail))
+    except BaseException as error:  # noqa: BLE001 - reported to the parent, then the child ends
+        connection.send(("error", INTERNAL_ERROR,
+                         f"{type(error).__name__}: {error}\n{traceback.format_exc(limit=-4)}"))
+    finally:
+        connection.close()
+
+
+def prepare() -> None:
+    """Starts the fork server ahead of the first job."""
+    multiprocessing.forkserver.ensure_running()
+
+
+class ProcessExecutor:
+    def __init__(self, settings: Settings, store: JobStore,
+                 on_stage: Optional[StageHook] = None, poll_sec: float = 0.05) -> None:
+        self.settings = settings
+        self.store = store
+        self.on_stage = on_stage or (lambda job_id, status: None)
+        self.poll_sec = poll_sec
+
+    def __call__(self, job_id: str, token: CancelToken) -> None:
+        job = self.store.get(job_id)
+        if job is None:
+            return
+        receiver, sender = _context.Pipe(duplex=False)
+        child = _context.Process(
+            target=child_main, name=f"job-{job_id[:8]}", daemon=True,
+            args=(self.settings, job, str(self.store.folder(job_id)), sender))
+        child.start()
+        sender.close()
+        try:
+            self._follow(job, token, receiver, child)
+        finally:
+            receiver.close()
+            if child.is_alive():
+                child.kill()
+            child.join()
+
+    def _follow(self, job: Job, token: CancelToken, receiver, child) -> None:
+        status = job.status
+        while True:
+            token.check()
+            if not receiver.poll(self.poll_sec):
+                if child.is_alive() or receiver.poll():
+                    continue
+                raise PipelineError(UNEXPECTED_END, f"processus de travail terminé (code "
+                                                    f"{child.exitcode})")
+            try:
+                message = receiver.recv()
+            except EOFError:
+                raise PipelineError(UNEXPECTED_END, f"processus de travail terminé (code "
+                                                    f"{child.exitcode})") from None
+            if message[0] == "error":
+                raise PipelineError(message[1], message[2])
+            fields = message[1]
+            if not self.store.update(job.id, **fields):
+                raise JobCancelled()  # cancelled or trashed meanwhile
+            if fields.get("status", status) != status:
+                status = fields["status"]
+                self.on_stage(job.id, status)
+            if status.final:
+                return
