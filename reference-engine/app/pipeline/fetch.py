@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import email.message
+import importlib.util
 import os
 import re
 import shutil
@@ -12,7 +13,7 @@ import urllib.error
 import urllib.parse
 import urllib.request
 from pathlib import Path
-from typing import Callable, Optional, Tuple
+from typing import Callable, List, Optional, Tuple
 
 from .. import __version__
 from ..errors import PipelineError
@@ -88,12 +89,18 @@ def _save(response, path: Path, progress: Progress) -> None:
         raise PipelineError("Le fichier téléchargé est vide.", f"0 octet reçu de {response.url}")
 
 
-def find_ytdlp() -> Optional[str]:
+def find_ytdlp() -> Optional[List[str]]:
+    """The command that runs yt-dlp: its executable on PATH or beside this interpreter, else its
+    module in this interpreter's environment."""
     found = shutil.which("yt-dlp")
     if found:
-        return found
+        return [found]
     beside = Path(sys.executable).parent / "yt-dlp"
-    return str(beside) if beside.is_file() and os.access(beside, os.X_OK) else None
+    if beside.is_file() and os.access(beside, os.X_OK):
+        return [str(beside)]
+    if importlib.util.find_spec("yt_dlp") is not None:
+        return [sys.executable, "-m", "yt_dlp"]
+    return None
 
 
 def download_with_ytdlp(url: str, folder: Path, progress: Progress) -> Tuple[Path, str]:
@@ -102,10 +109,10 @@ def download_with_ytdlp(url: str, folder: Path, progress: Progress) -> Tuple[Pat
         raise PipelineError(
             "Cette adresse n'est pas un fichier audio : yt-dlp est nécessaire pour en extraire le "
             "son, et il n'est pas installé.",
-            f"yt-dlp introuvable dans PATH pour {url}")
-    command = [tool, "--no-playlist", "--newline", "--progress", "--no-simulate",
-               "-f", "bestaudio/best", "-o", str(folder / "input.%(ext)s"),
-               "--print", "after_move:title", "--print", "after_move:filepath", url]
+            f"yt-dlp introuvable (PATH, {Path(sys.executable).parent}) pour {url}")
+    command = tool + ["--no-playlist", "--newline", "--progress", "--no-simulate",
+                      "-f", "bestaudio/best", "-o", str(folder / "input.%(ext)s"),
+                      "--print", "after_move:title", "--print", "after_move:filepath", url]
     try:
         process = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                                    stdin=subprocess.DEVNULL, text=True, errors="replace")
