@@ -44,6 +44,7 @@ class Settings:
     device: str
     ffmpeg: Optional[str]
     ffprobe: Optional[str]
+    ytdlp: Optional[str] = None  # explicit yt-dlp executable; looked up per job when absent
     version: str = __version__
     keepalive_sec: float = 15.0
     parent_poll_sec: float = 1.0
@@ -71,6 +72,7 @@ class Settings:
             device=env.get("HALVORN_DEMUCS_DEVICE") or "cpu",
             ffmpeg=_tool(env, "HALVORN_FFMPEG", "ffmpeg"),
             ffprobe=_tool(env, "HALVORN_FFPROBE", "ffprobe"),
+            ytdlp=env.get("HALVORN_YTDLP") or None,
             version=env.get("HALVORN_ENGINE_VERSION") or __version__,
             keepalive_sec=_positive_float(env.get("HALVORN_SSE_KEEPALIVE_SEC"), 15.0),
             parent_poll_sec=_positive_float(env.get("HALVORN_PARENT_POLL_SEC"), 1.0),

@@ -47,7 +47,8 @@ def is_audio_answer(content_type: str, name: str) -> bool:
     return content_type in _GENERIC_TYPES and safe_extension(name) in AUDIO_EXTENSIONS
 
 
-def fetch(url: str, folder: Path, progress: Progress) -> Tuple[Path, str]:
+def fetch(url: str, folder: Path, progress: Progress,
+          ytdlp: Optional[str] = None) -> Tuple[Path, str]:
     """Downloads the audio behind `url` into `folder`; returns the file and a title."""
     request = urllib.request.Request(url, headers={"User-Agent": f"reference-engine/{__version__}"})
     try:
@@ -65,7 +66,7 @@ def fetch(url: str, folder: Path, progress: Progress) -> Tuple[Path, str]:
             path = folder / ("input" + (safe_extension(name) or ".audio"))
             _save(response, path, progress)
             return path, title_from_file_name(name) if name.strip() else title_from_url(url)
-    return download_with_ytdlp(url, folder, progress)
+    return download_with_ytdlp(url, folder, progress, ytdlp)
 
 
 def _save(response, path: Path, progress: Progress) -> None:
@@ -89,27 +90,34 @@ def _save(response, path: Path, progress: Progress) -> None:
         raise PipelineError("Le fichier téléchargé est vide.", f"0 octet reçu de {response.url}")
 
 
-def find_ytdlp() -> Optional[List[str]]:
-    """The command that runs yt-dlp: its executable on PATH or beside this interpreter, else its
-    module in this interpreter's environment."""
+def _executable(path: str) -> bool:
+    return os.path.isfile(path) and os.access(path, os.X_OK)
+
+
+def find_ytdlp(explicit: Optional[str] = None) -> Optional[List[str]]:
+    """The command that runs yt-dlp: the explicit executable when one is configured; otherwise
+    its executable on PATH or beside this interpreter, else its module in this environment."""
+    if explicit:
+        return [explicit] if _executable(explicit) else None
     found = shutil.which("yt-dlp")
     if found:
         return [found]
     beside = Path(sys.executable).parent / "yt-dlp"
-    if beside.is_file() and os.access(beside, os.X_OK):
+    if _executable(str(beside)):
         return [str(beside)]
     if importlib.util.find_spec("yt_dlp") is not None:
         return [sys.executable, "-m", "yt_dlp"]
     return None
 
 
-def download_with_ytdlp(url: str, folder: Path, progress: Progress) -> Tuple[Path, str]:
-    tool = find_ytdlp()
+def download_with_ytdlp(url: str, folder: Path, progress: Progress,
+                        ytdlp: Optional[str] = None) -> Tuple[Path, str]:
+    tool = find_ytdlp(ytdlp)
     if tool is None:
         raise PipelineError(
             "Cette adresse n'est pas un fichier audio : yt-dlp est nécessaire pour en extraire le "
             "son, et il n'est pas installé.",
-            f"yt-dlp introuvable (PATH, {Path(sys.executable).parent}) pour {url}")
+            f"yt-dlp introuvable ({ytdlp or 'PATH'}) pour {url}")
     command = tool + ["--no-playlist", "--newline", "--progress", "--no-simulate",
                       "-f", "bestaudio/best", "-o", str(folder / "input.%(ext)s"),
                       "--print", "after_move:title", "--print", "after_move:filepath", url]

@@ -66,7 +66,8 @@ class JobPipeline:
         if job.source == "url":
             report(status=Status.DOWNLOADING, stage="Téléchargement de l'audio…",
                    progress=DOWNLOAD[0])
-            path, title = fetch(job.url, folder, _Stage(report, DOWNLOAD))
+            path, title = fetch(job.url, folder, _Stage(report, DOWNLOAD),
+                                self.settings.ytdlp)
             changes = {"input_name": path.name}
             if title and job.title in (DEFAULT_TITLE, ""):
                 changes["title"] = title
