@@ -46,7 +46,8 @@ QCoro::Task<int> run(QStringList arguments) {
     AudioPlayerConfig config;
     config.console = [](const QString& line) { Console::err(line); };
     AudioPlayerService player(config);
-    co_await player.loadTracks(tracks);
+    QCoro::Task<> loading = player.loadTracks(tracks);
+    co_await loading;
     if (player.loadedTracks().isEmpty()) {
         Console::err(QStringLiteral("Aucun fichier lisible."));
         co_return ExitCode::failure;

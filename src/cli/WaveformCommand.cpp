@@ -63,7 +63,8 @@ QCoro::Task<int> run(QStringList arguments) {
     }
     // The decoders' own lines go to standard error: standard output holds only the JSON.
     const WaveformRenderer renderer([](const QString& line) { Console::err(line); });
-    const QList<float> envelope = co_await renderer.render(file, points);
+    QCoro::Task<QList<float>> rendering = renderer.render(file, points);
+    const QList<float> envelope = co_await rendering;
     if (envelope.isEmpty()) {
         Console::err(
             QStringLiteral("❌ %1 : aucun son lisible dans ce fichier").arg(QFileInfo(file).fileName()));
