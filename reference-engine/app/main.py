@@ -14,7 +14,7 @@ from .api import errors, events, health, jobs, stems
 from .config import Settings
 from .engine import Engine
 from .parent import watch_parent
-from .pipeline.worker import StageHook, prepare
+from .pipeline.worker import StageHook
 
 log = logging.getLogger("engine")
 
@@ -44,7 +44,6 @@ def create_app(settings: Optional[Settings] = None,
     async def _start() -> None:
         count = engine.store.load()
         engine.runner.start()
-        asyncio.get_running_loop().run_in_executor(None, prepare)
         if settings.parent_pid:
             tasks.append(asyncio.create_task(
                 watch_parent(settings.parent_pid, settings.parent_poll_sec)))

@@ -70,6 +70,7 @@ class JobRunner:
             token.cancel()
 
     def _loop(self) -> None:
+        getattr(self._work, "prepare", lambda: None)()
         while True:
             job_id = self._queue.get()
             if job_id is None or self._stopping:

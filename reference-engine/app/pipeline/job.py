@@ -13,7 +13,7 @@ from ..audio.decode import decode, probe_duration
 from ..config import Settings
 from ..dsp.separation import Separator
 from ..errors import PipelineError
-from ..jobs.model import DEFAULT_TITLE, Job, Status
+from ..jobs.model import Job, Status
 from .fetch import fetch
 from .stems import write_stems
 
@@ -56,7 +56,7 @@ class JobPipeline:
 
     def _check_duration(self, seconds: Optional[float]) -> None:
         limit = self.settings.max_duration_sec
-        if limit is not None and seconds is not None and seconds > limit + 0.5:
+        if limit is not None and seconds is not None and seconds > limit:
             raise PipelineError(
                 f"Morceau trop long ({clock_text(seconds)}) : la durée maximale est de "
                 f"{clock_text(limit)}.",
@@ -68,10 +68,8 @@ class JobPipeline:
                    progress=DOWNLOAD[0])
             path, title = fetch(job.url, folder, _Stage(report, DOWNLOAD),
                                 self.settings.ytdlp)
-            changes = {"input_name": path.name}
-            if title and job.title in (DEFAULT_TITLE, ""):
-                changes["title"] = title
-            report(**changes)
+            # The page's or file's own title replaces the one made from the address.
+            report(input_name=path.name, title=title or job.title)
             return path
         path = folder / (job.input_name or "")
         if not job.input_name or not path.is_file():
@@ -82,7 +80,8 @@ class JobPipeline:
         path = self._input(job, folder, report)
 
         report(status=Status.ANALYZING, stage="Lecture du fichier audio…", progress=ANALYSIS[0])
-        self._check_duration(probe_duration(self.settings.ffprobe, path))
+        if self.settings.max_duration_sec is not None:
+            self._check_duration(probe_duration(self.settings.ffprobe, path))
         audio = decode(self.settings.ffmpeg, path)
         self._check_duration(audio.duration)
         report(stage="Analyse du tempo, de la tonalité et du volume…", progress=ANALYSIS[0] + 2)

@@ -7,6 +7,8 @@ job ends. Children are forked from a server process that has the numerical modul
 from __future__ import annotations
 
 import multiprocessing
+import os
+import threading
 import multiprocessing.forkserver
 import traceback
 from pathlib import Path
@@ -43,9 +45,25 @@ def child_main(settings: Settings, job: Job, folder: str, connection) -> None:
         connection.close()
 
 
+_ENGINE_ROOT = str(Path(__file__).resolve().parents[2])
+_server_lock = threading.Lock()
+
+
 def prepare() -> None:
-    """Starts the fork server ahead of the first job."""
-    multiprocessing.forkserver.ensure_running()
+    """Starts the fork server, with the pipeline's modules loaded, unless it runs already.
+
+    The server imports them from its own search path, which holds the engine folder only when it
+    is the working folder: it is put on PYTHONPATH for the server's start."""
+    with _server_lock:
+        previous = os.environ.get("PYTHONPATH")
+        os.environ["PYTHONPATH"] = os.pathsep.join(filter(None, [_ENGINE_ROOT, previous]))
+        try:
+            multiprocessing.forkserver.ensure_running()
+        finally:
+            if previous is None:
+                del os.environ["PYTHONPATH"]
+            else:
+                os.environ["PYTHONPATH"] = previous
 
 
 class ProcessExecutor:
@@ -56,10 +74,15 @@ class ProcessExecutor:
         self.on_stage = on_stage or (lambda job_id, status: None)
         self.poll_sec = poll_sec
 
+    @staticmethod
+    def prepare() -> None:
+        prepare()
+
     def __call__(self, job_id: str, token: CancelToken) -> None:
         job = self.store.get(job_id)
         if job is None:
             return
+        prepare()
         receiver, sender = _context.Pipe(duplex=False)
         child = _context.Process(
             target=child_main, name=f"job-{job_id[:8]}", daemon=True,
