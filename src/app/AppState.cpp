@@ -5,7 +5,8 @@
 #include <QCoro/QCoroTimer>
 
 namespace {
-template <typename T, typename Signal> void assign(AppState* state, T& field, const T& value, Signal changed) {
+template <typename T, typename Signal>
+void assign(AppState* state, T& field, const T& value, Signal changed) {
     if (field == value)
         return;
     field = value;
@@ -14,8 +15,10 @@ template <typename T, typename Signal> void assign(AppState* state, T& field, co
 } // namespace
 
 AppState::AppState(BackendService& backend, PythonRuntimeService& runtime, QObject* parent)
-    : QObject(parent), m_backend(backend), m_runtime(runtime),
-      m_sleep([](std::chrono::milliseconds duration) { return QCoro::sleepFor(duration); }) {
+    : QObject(parent)
+    , m_backend(backend)
+    , m_runtime(runtime)
+    , m_sleep([](std::chrono::milliseconds duration) { return QCoro::sleepFor(duration); }) {
     const QList<StemKind> separable = StemKinds::separable();
     m_selectedStems = QSet<StemKind>(separable.cbegin(), separable.cend());
     m_isSetupComplete = isEngineInstalled(runtime);
@@ -68,26 +71,42 @@ void AppState::reset() {
     setScreen(AppScreen::importing);
 }
 
-void AppState::setScreen(AppScreen screen) { assign(this, m_screen, screen, &AppState::screenChanged); }
-void AppState::setShowImportSheet(bool show) { assign(this, m_showImportSheet, show, &AppState::showImportSheetChanged); }
-void AppState::setShowLibrary(bool show) { assign(this, m_showLibrary, show, &AppState::showLibraryChanged); }
-void AppState::setShowSettings(bool show) { assign(this, m_showSettings, show, &AppState::showSettingsChanged); }
+void AppState::setScreen(AppScreen screen) {
+    assign(this, m_screen, screen, &AppState::screenChanged);
+}
+void AppState::setShowImportSheet(bool show) {
+    assign(this, m_showImportSheet, show, &AppState::showImportSheetChanged);
+}
+void AppState::setShowLibrary(bool show) {
+    assign(this, m_showLibrary, show, &AppState::showLibraryChanged);
+}
+void AppState::setShowSettings(bool show) {
+    assign(this, m_showSettings, show, &AppState::showSettingsChanged);
+}
 void AppState::setCurrentJob(const std::optional<StemJob>& job) {
     assign(this, m_currentJob, job, &AppState::currentJobChanged);
 }
 void AppState::setJobProgress(const JobProgress& progress) {
     assign(this, m_jobProgress, progress, &AppState::jobProgressChanged);
 }
-void AppState::setPlaying(bool playing) { assign(this, m_isPlaying, playing, &AppState::isPlayingChanged); }
-void AppState::setLoopEnabled(bool enabled) { assign(this, m_loopEnabled, enabled, &AppState::loopEnabledChanged); }
+void AppState::setPlaying(bool playing) {
+    assign(this, m_isPlaying, playing, &AppState::isPlayingChanged);
+}
+void AppState::setLoopEnabled(bool enabled) {
+    assign(this, m_loopEnabled, enabled, &AppState::loopEnabledChanged);
+}
 void AppState::setPlayheadPosition(double seconds) {
     assign(this, m_playheadPosition, seconds, &AppState::playheadPositionChanged);
 }
-void AppState::setZoomLevel(double zoom) { assign(this, m_zoomLevel, zoom, &AppState::zoomLevelChanged); }
+void AppState::setZoomLevel(double zoom) {
+    assign(this, m_zoomLevel, zoom, &AppState::zoomLevelChanged);
+}
 void AppState::setLibraryJobs(const QList<StemJob>& jobs) {
     assign(this, m_libraryJobs, jobs, &AppState::libraryJobsChanged);
 }
 void AppState::setSetupComplete(bool complete) {
     assign(this, m_isSetupComplete, complete, &AppState::isSetupCompleteChanged);
 }
-void AppState::setBackendReady(bool ready) { assign(this, m_backendReady, ready, &AppState::backendReadyChanged); }
+void AppState::setBackendReady(bool ready) {
+    assign(this, m_backendReady, ready, &AppState::backendReadyChanged);
+}

@@ -21,12 +21,14 @@ class PythonRuntimeService;
 class AppState : public QObject {
     Q_OBJECT
     Q_PROPERTY(int screen READ screenValue NOTIFY screenChanged)
-    Q_PROPERTY(bool showImportSheet READ showImportSheet WRITE setShowImportSheet NOTIFY showImportSheetChanged)
+    Q_PROPERTY(
+        bool showImportSheet READ showImportSheet WRITE setShowImportSheet NOTIFY showImportSheetChanged)
     Q_PROPERTY(bool showLibrary READ showLibrary WRITE setShowLibrary NOTIFY showLibraryChanged)
     Q_PROPERTY(bool showSettings READ showSettings WRITE setShowSettings NOTIFY showSettingsChanged)
     Q_PROPERTY(bool isPlaying READ isPlaying WRITE setPlaying NOTIFY isPlayingChanged)
     Q_PROPERTY(bool loopEnabled READ loopEnabled WRITE setLoopEnabled NOTIFY loopEnabledChanged)
-    Q_PROPERTY(double playheadPosition READ playheadPosition WRITE setPlayheadPosition NOTIFY playheadPositionChanged)
+    Q_PROPERTY(double playheadPosition READ playheadPosition WRITE setPlayheadPosition NOTIFY
+                   playheadPositionChanged)
     Q_PROPERTY(double zoomLevel READ zoomLevel WRITE setZoomLevel NOTIFY zoomLevelChanged)
     Q_PROPERTY(bool isSetupComplete READ isSetupComplete WRITE setSetupComplete NOTIFY isSetupCompleteChanged)
     Q_PROPERTY(bool backendReady READ backendReady WRITE setBackendReady NOTIFY backendReadyChanged)

@@ -31,14 +31,17 @@ QString describe(const std::exception& error) {
 QCoro::Task<QString> AppState::convertToFLAC(QString file) {
     const auto ffmpeg = m_runtime.ffmpegPath();
     if (!ffmpeg)
-        throw BackendError(QStringLiteral("Format non pris en charge et FFmpeg introuvable pour le convertir."));
+        throw BackendError(
+            QStringLiteral("Format non pris en charge et FFmpeg introuvable pour le convertir."));
     const QFileInfo input(file);
-    const QString output = QDir::tempPath() + QLatin1Char('/') + input.completeBaseName() + QStringLiteral(".flac");
+    const QString output =
+        QDir::tempPath() + QLatin1Char('/') + input.completeBaseName() + QStringLiteral(".flac");
     QFile::remove(output);
-    const QStringList arguments{QStringLiteral("-y"),    QStringLiteral("-hide_banner"), QStringLiteral("-loglevel"),
-                                QStringLiteral("error"), QStringLiteral("-i"),           input.absoluteFilePath(),
-                                QStringLiteral("-vn"),   QStringLiteral("-c:a"),         QStringLiteral("flac"),
-                                output};
+    const QStringList arguments{QStringLiteral("-y"),        QStringLiteral("-hide_banner"),
+                                QStringLiteral("-loglevel"), QStringLiteral("error"),
+                                QStringLiteral("-i"),        input.absoluteFilePath(),
+                                QStringLiteral("-vn"),       QStringLiteral("-c:a"),
+                                QStringLiteral("flac"),      output};
     const QString executable = *ffmpeg;
     co_await runTool(executable, arguments);
     co_return output;
@@ -57,10 +60,12 @@ QCoro::Task<> AppState::startImport(QString urlText, std::optional<QString> drop
         } else {
             QString upload = *droppedFile;
             if (!kUploadedAsIs.contains(QFileInfo(upload).suffix().toLower())) {
-                logger.log(QStringLiteral("Conversion en FLAC : %1").arg(QFileInfo(upload).fileName()), LogLevel::info);
+                logger.log(QStringLiteral("Conversion en FLAC : %1").arg(QFileInfo(upload).fileName()),
+                           LogLevel::info);
                 upload = co_await convertToFLAC(upload);
             }
-            logger.log(QStringLiteral("Envoi du fichier : %1").arg(QFileInfo(upload).fileName()), LogLevel::info);
+            logger.log(QStringLiteral("Envoi du fichier : %1").arg(QFileInfo(upload).fileName()),
+                       LogLevel::info);
             jobId = co_await m_backend.createJobFromFile(upload, stems);
         }
     } catch (const std::exception& error) {
@@ -82,7 +87,8 @@ QCoro::Task<> AppState::startImport(QString urlText, std::optional<QString> drop
     job.title = droppedFile ? QFileInfo(*droppedFile).completeBaseName() : urlText;
     job.createdAt = QDateTime::currentDateTimeUtc();
     setCurrentJob(job);
-    setJobProgress(JobProgress{QString(), 0, JobStatuses::statusLabel(JobStatus::queued), false, false, std::nullopt});
+    setJobProgress(
+        JobProgress{QString(), 0, JobStatuses::statusLabel(JobStatus::queued), false, false, std::nullopt});
     setScreen(AppScreen::processing);
     m_importScreen.setProcessing(false);
     followJob(jobId);
@@ -109,7 +115,8 @@ void AppState::followJob(const QString& jobId) {
 void AppState::applyEvent(const StemJob& job) {
     const QString label = JobStatuses::statusLabel(job.status);
     setJobProgress(JobProgress{label, job.progress, job.stage.isEmpty() ? label : job.stage,
-                               job.status == JobStatus::done, job.status == JobStatus::error, errorText(job)});
+                               job.status == JobStatus::done, job.status == JobStatus::error,
+                               errorText(job)});
     setCurrentJob(job);
     switch (job.status) {
     case JobStatus::cancelled:

@@ -55,5 +55,6 @@ QCoro::Task<> AppState::startupSequence() {
         if (attempt == kRestartAttempt && !m_runtime.isRunning())
             restartDeadEngine(); // runs beside the wait; the count goes on
     }
-    m_runtime.log(QStringLiteral("⚠️ Backend non disponible après 90 s — voir Réglages › Diagnostic"));
+    m_runtime.log(
+        QStringLiteral("⚠️ Backend non disponible après 90 s — voir Réglages › Diagnostic"));
 }

@@ -181,7 +181,7 @@ QCoro::Task<QString> BackendService::createJobFromFile(QString filePath, QList<S
             .filePath(QStringLiteral("upload-%1.multipart")
                           .arg(QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper()));
     const std::shared_ptr<void> removeBody(nullptr, [bodyPath](void*) { QFile::remove(bodyPath); });
-    const QString writeFailure = co_await QtConcurrent::run([=]() -> QString {
+    QFuture<QString> writing = QtConcurrent::run([=]() -> QString {
         try {
             MultipartUpload::writeBody(filePath, bodyPath, boundary, stems);
             return QString();
@@ -189,6 +189,7 @@ QCoro::Task<QString> BackendService::createJobFromFile(QString filePath, QList<S
             return error.message();
         }
     });
+    const QString writeFailure = co_await writing;
     if (!writeFailure.isEmpty())
         throw UploadError(writeFailure);
     auto* body = new QFile(bodyPath);

@@ -20,7 +20,8 @@ std::optional<QString> sha256HexOf(const QString& path) {
 }
 
 QCoro::Task<QString> sha256Hex(QString path) {
-    const std::optional<QString> digest = co_await QtConcurrent::run([path] { return sha256HexOf(path); });
+    QFuture<std::optional<QString>> hashing = QtConcurrent::run([path] { return sha256HexOf(path); });
+    const std::optional<QString> digest = co_await hashing;
     if (!digest)
         throw SetupError(QStringLiteral("Lecture impossible : %1").arg(path));
     co_return *digest;

@@ -24,4 +24,9 @@ bool launchProcess(QProcess& process);
 // error merged, standard input the null device. Returns the whole output as UTF-8 text.
 // Throws SetupError("Impossible de lancer {name} : {reason}") when it cannot start, and
 // SetupError("{name} (code {status})\n{last 8 non-empty lines}") when it exits with another status than 0.
-QCoro::Task<QString> runTool(QString executable, QStringList arguments, ToolRunOptions options = {});
+QCoro::Task<QString> runTool(QString executable, QStringList arguments, ToolRunOptions options);
+// The same with default options. Not a coroutine itself, so the options it makes are no temporary of the
+// caller's co_await expression.
+inline QCoro::Task<QString> runTool(const QString& executable, const QStringList& arguments) {
+    return runTool(executable, arguments, ToolRunOptions{});
+}

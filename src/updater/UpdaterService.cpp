@@ -255,8 +255,8 @@ QCoro::Task<> UpdaterService::installRelease(GitHubRelease release) {
 
     setState(UpdaterState::installing());
     const QString file = moveToAssetName(downloaded, asset->name, appImage);
-    const std::optional<QString> failure =
-        co_await QtConcurrent::run(installDownloaded, file, *asset, appImage);
+    QFuture<std::optional<QString>> installing = QtConcurrent::run(installDownloaded, file, *asset, appImage);
+    const std::optional<QString> failure = co_await installing;
     if (!self)
         co_return;
     m_installRunning = false;

@@ -8,7 +8,9 @@
 namespace {
 using Kinds = QList<StemKind>;
 
-QSet<StemKind> setOf(const Kinds& kinds) { return QSet<StemKind>(kinds.cbegin(), kinds.cend()); }
+QSet<StemKind> setOf(const Kinds& kinds) {
+    return QSet<StemKind>(kinds.cbegin(), kinds.cend());
+}
 
 struct Fixture {
     TempInstallRoot temp;
@@ -25,13 +27,19 @@ struct Fixture {
             temp.writeFile(QStringLiteral("Halvorn/backends/v1.0.0/.venv/bin/python"), "", true);
             temp.writeFile(QStringLiteral("Halvorn/backends/v1.0.0/.halvorn-ready"), "");
         }
-        runtime = std::make_unique<PythonRuntimeService>(PythonRuntimeService::Config{
-            {temp.root(), temp.documents(), temp.home(), ffmpeg, ffprobe}, temp.settingsFile(), {}, temp.home(),
-            QStringLiteral("u"), 1});
+        runtime = std::make_unique<PythonRuntimeService>(
+            PythonRuntimeService::Config{{temp.root(), temp.documents(), temp.home(), ffmpeg, ffprobe},
+                                         temp.settingsFile(),
+                                         {},
+                                         temp.home(),
+                                         QStringLiteral("u"),
+                                         1});
         BackendService::Config config = BackendService::defaultConfig();
         config.baseURL = QUrl(QStringLiteral("http://127.0.0.1:9/"));
         config.cacheRoot = temp.path() + QStringLiteral("/cache");
-        config.recordRunningVersion = [this](const std::optional<QString>& v) { runtime->setRunningVersion(v); };
+        config.recordRunningVersion = [this](const std::optional<QString>& v) {
+            runtime->setRunningVersion(v);
+        };
         backendService = std::make_unique<BackendService>(config);
     }
 };
@@ -95,7 +103,8 @@ private Q_SLOTS:
         StemJob job;
         job.id = QStringLiteral("j");
         state.setCurrentJob(job);
-        state.setJobProgress(JobProgress{QStringLiteral("Terminé"), 100, QString(), true, false, std::nullopt});
+        state.setJobProgress(
+            JobProgress{QStringLiteral("Terminé"), 100, QString(), true, false, std::nullopt});
         state.setPlaying(true);
         state.setLoopEnabled(true);
         state.setPlayheadPosition(12);
