@@ -73,45 +73,22 @@ void AudioPlayerService::armMeterTimer() {
 }
 
 void AudioPlayerService::setPlaying(bool playing) {
-    if (m_isPlaying == playing)
-        return;
-    m_isPlaying = playing;
-    Q_EMIT isPlayingChanged(playing);
+    update(m_isPlaying, playing, &AudioPlayerService::isPlayingChanged);
 }
-
 void AudioPlayerService::setCurrentTime(double seconds) {
-    if (m_currentTime == seconds)
-        return;
-    m_currentTime = seconds;
-    Q_EMIT currentTimeChanged(seconds);
+    update(m_currentTime, seconds, &AudioPlayerService::currentTimeChanged);
 }
-
 void AudioPlayerService::setDuration(double seconds) {
-    if (m_duration == seconds)
-        return;
-    m_duration = seconds;
-    Q_EMIT durationChanged(seconds);
+    update(m_duration, seconds, &AudioPlayerService::durationChanged);
 }
-
 void AudioPlayerService::setLoopEnabled(bool enabled) {
-    if (m_loopEnabled == enabled)
-        return;
-    m_loopEnabled = enabled;
-    Q_EMIT loopEnabledChanged(enabled);
+    update(m_loopEnabled, enabled, &AudioPlayerService::loopEnabledChanged);
 }
-
 void AudioPlayerService::setLoopStart(double seconds) {
-    if (m_loopStart == seconds)
-        return;
-    m_loopStart = seconds;
-    Q_EMIT loopStartChanged(seconds);
+    update(m_loopStart, seconds, &AudioPlayerService::loopStartChanged);
 }
-
 void AudioPlayerService::setLoopEnd(double seconds) {
-    if (m_loopEnd == seconds)
-        return;
-    m_loopEnd = seconds;
-    Q_EMIT loopEndChanged(seconds);
+    update(m_loopEnd, seconds, &AudioPlayerService::loopEndChanged);
 }
 
 QCoro::Task<> AudioPlayerService::loadTracks(QList<StemTrackPtr> tracks) {

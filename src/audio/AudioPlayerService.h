@@ -98,6 +98,13 @@ private:
         StemVoice* voice;
     };
 
+    // Assigns and announces only a real change.
+    template <typename T> void update(T& field, T value, void (AudioPlayerService::*changed)(T)) {
+        if (field == value)
+            return;
+        field = value;
+        Q_EMIT(this->*changed)(value);
+    }
     void setPlaying(bool playing);
     void setDuration(double seconds);
     void teardownGraph();

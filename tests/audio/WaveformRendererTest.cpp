@@ -1,6 +1,7 @@
 #include "audio/WaveformRenderer.h"
 #include "audio/PeakEnvelope.h"
 #include "audio/TestSignals.h"
+#include "support/FFmpegFixture.h"
 
 #include <QCoro/QCoroTask>
 #include <QMutex>
@@ -41,13 +42,10 @@ class WaveformRendererTest : public QObject {
 
     QString file(const QString& name) const { return m_dir.filePath(name); }
 
-    // Runs ffmpeg with "-y", the arguments and the output path last; returns the path.
+    // Makes `name` with ffmpeg from the arguments; returns its path.
     QString ffmpeg(const QStringList& arguments, const QString& name) const {
-        QProcess process;
-        process.start(QStringLiteral("ffmpeg"), QStringList{"-y", "-hide_banner", "-loglevel", "error"} +
-                                                    arguments + QStringList{file(name)});
-        if (!process.waitForFinished(30000) || process.exitCode() != 0)
-            qFatal("ffmpeg failed: %s", process.readAllStandardError().constData());
+        if (!TestSupport::makeWithFFmpeg(arguments + QStringList{file(name)}))
+            qFatal("cannot make the fixture %s", qPrintable(name));
         return file(name);
     }
 

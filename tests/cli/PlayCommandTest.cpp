@@ -1,3 +1,5 @@
+#include "support/FFmpegFixture.h"
+
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -5,12 +7,6 @@
 #include <csignal>
 
 namespace {
-void ffmpeg(const QStringList& arguments) {
-    QProcess process;
-    process.start(QStringLiteral("ffmpeg"), QStringList{"-y", "-v", "error"} + arguments);
-    process.waitForFinished(30000);
-    QCOMPARE(process.exitCode(), 0);
-}
 
 // `marlune play …` on the null output, its standard input a pipe for the keys.
 struct Play {
@@ -63,10 +59,12 @@ class PlayCommandTest : public QObject {
 private Q_SLOTS:
     void initTestCase() {
         QVERIFY(m_dir.isValid());
-        ffmpeg({"-f", "lavfi", "-i", "sine=f=300:d=0.4", "-ac", "2", path("short.wav")});
-        ffmpeg({"-f", "lavfi", "-i", "sine=f=200:d=60", "-ac", "1", path("long.wav")});
-        ffmpeg(
-            {"-f", "lavfi", "-i", "sine=f=500:d=60:sample_rate=48000", "-c:a", "flac", path("long48.flac")});
+        QVERIFY(TestSupport::makeWithFFmpeg(
+            {"-f", "lavfi", "-i", "sine=f=300:d=0.4", "-ac", "2", path("short.wav")}));
+        QVERIFY(TestSupport::makeWithFFmpeg(
+            {"-f", "lavfi", "-i", "sine=f=200:d=60", "-ac", "1", path("long.wav")}));
+        QVERIFY(TestSupport::makeWithFFmpeg(
+            {"-f", "lavfi", "-i", "sine=f=500:d=60:sample_rate=48000", "-c:a", "flac", path("long48.flac")}));
     }
 
     void playsToTheEndAndExits() {

@@ -1,5 +1,7 @@
+#include "support/FFmpegFixture.h"
 #include <QJsonArray>
 #include <QJsonDocument>
+
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -20,12 +22,6 @@ Run waveform(const QStringList& arguments) {
             QString::fromUtf8(process.readAllStandardError())};
 }
 
-void ffmpeg(const QStringList& arguments) {
-    QProcess process;
-    process.start(QStringLiteral("ffmpeg"), QStringList{"-y", "-v", "error"} + arguments);
-    process.waitForFinished(30000);
-    QCOMPARE(process.exitCode(), 0);
-}
 } // namespace
 
 class WaveformCommandTest : public QObject {
@@ -37,9 +33,11 @@ class WaveformCommandTest : public QObject {
 private Q_SLOTS:
     void initTestCase() {
         QVERIFY(m_dir.isValid());
-        ffmpeg({"-f", "lavfi", "-i", "sine=f=300:d=2:sample_rate=44100", "-ac", "2", path("tone.wav")});
+        QVERIFY(TestSupport::makeWithFFmpeg(
+            {"-f", "lavfi", "-i", "sine=f=300:d=2:sample_rate=44100", "-ac", "2", path("tone.wav")}));
         // 3601 samples: one more than two per point.
-        ffmpeg({"-f", "lavfi", "-i", "sine=f=300:sample_rate=8000", "-t", "0.450125", path("short.wav")});
+        QVERIFY(TestSupport::makeWithFFmpeg(
+            {"-f", "lavfi", "-i", "sine=f=300:sample_rate=8000", "-t", "0.450125", path("short.wav")}));
         QFile bad(path("bad.mp3"));
         QVERIFY(bad.open(QIODevice::WriteOnly));
         bad.write(QByteArray(3000, 'x'));
