@@ -45,7 +45,6 @@ FFmpegOutcome run(const QString& executable, const QStringList& arguments) {
         throw ProcessLaunchError(QStringLiteral("Impossible de lancer %1 : %2")
                                      .arg(QFileInfo(executable).fileName(), process.errorString()));
     process.waitForFinished(-1);
-    process.readAllStandardOutput();
 
     FFmpegOutcome outcome;
     outcome.exitStatus = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
