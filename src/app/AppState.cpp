@@ -14,11 +14,12 @@ void assign(AppState* state, T& field, const T& value, Signal changed) {
 }
 } // namespace
 
-AppState::AppState(BackendService& backend, PythonRuntimeService& runtime, QObject* parent)
+AppState::AppState(BackendService& backend, PythonRuntimeService& runtime, int backendPort, QObject* parent)
     : QObject(parent)
     , m_backend(backend)
     , m_runtime(runtime)
     , m_sleep([](std::chrono::milliseconds duration) { return QCoro::sleepFor(duration); }) {
+    m_backendPort = backendPort;
     const QList<StemKind> separable = StemKinds::separable();
     m_selectedStems = QSet<StemKind>(separable.cbegin(), separable.cend());
     m_isSetupComplete = isEngineInstalled(runtime);

@@ -37,7 +37,9 @@ class AppState : public QObject {
 public:
     using Sleep = std::function<QCoro::Task<>(std::chrono::milliseconds)>;
 
-    AppState(BackendService& backend, PythonRuntimeService& runtime, QObject* parent = nullptr);
+    // `backendPort` is where the engine is launched (8000; tests use a free port).
+    AppState(BackendService& backend, PythonRuntimeService& runtime, int backendPort = 8000,
+             QObject* parent = nullptr);
 
     // The engine is installed: a recorded tag whose folder is ready, FFmpeg and ffprobe found.
     static bool isEngineInstalled(const PythonRuntimeService& runtime);
