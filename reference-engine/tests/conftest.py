@@ -160,6 +160,18 @@ class EngineClient:
 # Real engine processes
 
 
+_http = None
+
+
+def http():
+    """One HTTP client for the whole session (creating one per request is slow)."""
+    global _http
+    if _http is None:
+        import httpx
+        _http = httpx.Client(timeout=30.0)
+    return _http
+
+
 def free_port():
     with socket.socket(socket.AF_INET, socket.SOCK_STREAM) as probe:
         probe.bind(("127.0.0.1", 0))
@@ -200,7 +212,7 @@ class EngineProcess:
             if self.process.poll() is not None:
                 raise AssertionError(f"engine exited: {self.log()}")
             try:
-                return httpx.get(self.url + "/api/health", timeout=1.0).status_code == 200
+                return http().get(self.url + "/api/health", timeout=1.0).status_code == 200
             except httpx.HTTPError:
                 return False
         wait_for(healthy, timeout, 0.1)

@@ -28,19 +28,28 @@ _context.set_forkserver_preload([f"{__package__}.job"])
 UNEXPECTED_END = "Le traitement s'est arrêté de façon inattendue."
 
 
+class _ParentGone(Exception):
+    """The parent stopped listening (job cancelled, engine stopping): the child just ends."""
+
+
 def child_main(settings: Settings, job: Job, folder: str, connection) -> None:
     from .job import JobPipeline
 
-    def report(**fields) -> None:
-        connection.send(("update", fields))
+    def send(message) -> None:
+        try:
+            connection.send(message)
+        except OSError as error:
+            raise _ParentGone() from error
 
     try:
-        JobPipeline(settings).run(job, Path(folder), report)
+        JobPipeline(settings).run(job, Path(folder), lambda **fields: send(("update", fields)))
+    except _ParentGone:
+        pass
     except PipelineError as error:
-        connection.send(("error", error.message, error.detail))
+        send(("error", error.message, error.detail))
     except BaseException as error:  # noqa: BLE001 - reported to the parent, then the child ends
-        connection.send(("error", INTERNAL_ERROR,
-                         f"{type(error).__name__}: {error}\n{traceback.format_exc(limit=-4)}"))
+        send(("error", INTERNAL_ERROR,
+              f"{type(error).__name__}: {error}\n{traceback.format_exc(limit=-4)}"))
     finally:
         connection.close()
 
@@ -92,10 +101,10 @@ class ProcessExecutor:
         try:
             self._follow(job, token, receiver, child)
         finally:
-            receiver.close()
             if child.is_alive():
                 child.kill()
             child.join()
+            receiver.close()
 
     def _follow(self, job: Job, token: CancelToken, receiver, child) -> None:
         status = job.status
