@@ -14,6 +14,7 @@ import sys
 from importlib.machinery import PathFinder
 from importlib.util import module_from_spec
 
+PACKAGE = "uvicorn"
 OPTION = "--timeout-graceful-shutdown"
 _ENGINE_DIR = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
@@ -21,15 +22,15 @@ _ENGINE_DIR = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 def _load_installed():
     search = [entry for entry in sys.path
               if os.path.abspath(entry or os.curdir) != _ENGINE_DIR]
-    spec = PathFinder.find_spec(__name__, search)
+    spec = PathFinder.find_spec(PACKAGE, search)
     if spec is None:
         raise ImportError("uvicorn is not installed")
     module = module_from_spec(spec)
-    sys.modules[__name__] = module
+    sys.modules[PACKAGE] = module
     try:
         spec.loader.exec_module(module)
     except BaseException:
-        del sys.modules[__name__]
+        del sys.modules[PACKAGE]
         raise
     return module
 
@@ -95,7 +96,7 @@ def main(args=None, **kwargs):
     except ValueError:
         sys.stderr.write(f"Error: Invalid value for '{OPTION}': '{value}' is not a number.\n")
         raise SystemExit(2)
-    launcher = sys.modules[__name__ + ".main"]
+    launcher = sys.modules[PACKAGE + ".main"]
     launcher.Server = graceful_server(_installed.Server, timeout)
     return _command.main(args=rest, **kwargs)
 

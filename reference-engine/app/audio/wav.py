@@ -13,8 +13,11 @@ _FULL_SCALE = 32767.0
 
 def quantize(samples: np.ndarray) -> np.ndarray:
     """float samples in [-1, 1] → int16, rounded, clipped."""
-    scaled = np.rint(np.asarray(samples, dtype=np.float64) * _FULL_SCALE)
-    return np.clip(scaled, -32768, 32767).astype(np.int16)
+    samples = np.asarray(samples)
+    if samples.dtype != np.float32:  # float32 holds every 16-bit value exactly
+        samples = samples.astype(np.float64)
+    scaled = np.rint(samples * samples.dtype.type(_FULL_SCALE))
+    return np.clip(scaled, -32768, 32767, out=scaled).astype(np.int16)
 
 
 def write_pcm16(path: Path, pcm: np.ndarray, sample_rate: int) -> None:
@@ -26,5 +29,5 @@ def write_pcm16(path: Path, pcm: np.ndarray, sample_rate: int) -> None:
         out.setnchannels(pcm.shape[0])
         out.setsampwidth(2)
         out.setframerate(int(sample_rate))
-        out.writeframes(np.ascontiguousarray(pcm.T).astype("<i2").tobytes())
+        out.writeframes(np.ascontiguousarray(pcm.T, dtype="<i2").tobytes())
     os.replace(temporary, path)
