@@ -11,7 +11,7 @@ from .config import Settings
 from .jobs.events import JobEvents
 from .jobs.runner import JobRunner
 from .jobs.store import JobStore
-from .pipeline.worker import ProcessExecutor, StageHook
+from .pipeline.worker import ProcessExecutor, StageHook, prepare
 
 
 @dataclass
@@ -25,7 +25,7 @@ class Engine:
     def build(cls, settings: Settings, on_stage: Optional[StageHook] = None) -> "Engine":
         events = JobEvents()
         store = JobStore(settings.jobs_dir, settings.persist_library, events)
-        runner = JobRunner(store, ProcessExecutor(settings, store, on_stage))
+        runner = JobRunner(store, ProcessExecutor(settings, store, on_stage), on_start=prepare)
         return cls(settings, events, store, runner)
 
 

@@ -271,6 +271,18 @@ def test_unreadable_upload_fails_with_error_and_detail(engine, media):
     assert job["error_detail"] and job["stems"] == []
 
 
+def test_a_worker_that_dies_fails_its_job(tmp_path, media):
+    killer = tmp_path / "ffmpeg"
+    killer.write_text("#!/bin/sh\nkill -9 $PPID\n")  # takes the job's worker process down
+    killer.chmod(0o755)
+    with EngineClient(make_settings(tmp_path, ffmpeg=str(killer))) as client:
+        job = client.wait_final(client.upload(media / "short.wav", ["vocals"]))
+        assert job["status"] == "error"
+        assert job["error"] == "Le traitement s'est arrêté de façon inattendue."
+        assert "code -9" in job["error_detail"]
+        assert client.http.get("/api/health").json()["status"] == "ok"
+
+
 def test_songs_over_the_duration_limit_fail(tmp_path, media):
     with EngineClient(make_settings(tmp_path, max_duration_sec=1.0)) as client:
         job = client.wait_final(client.upload(media / "short.wav", ["vocals"]))

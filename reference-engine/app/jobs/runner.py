@@ -35,9 +35,11 @@ Work = Callable[[str, CancelToken], None]
 
 
 class JobRunner:
-    def __init__(self, store: JobStore, work: Work) -> None:
+    def __init__(self, store: JobStore, work: Work,
+                 on_start: Callable[[], None] = lambda: None) -> None:
         self._store = store
         self._work = work
+        self._on_start = on_start  # run first on the runner's thread
         self._queue: "queue.Queue[Optional[str]]" = queue.Queue()
         self._tokens: Dict[str, CancelToken] = {}
         self._lock = threading.Lock()
@@ -70,7 +72,7 @@ class JobRunner:
             token.cancel()
 
     def _loop(self) -> None:
-        getattr(self._work, "prepare", lambda: None)()
+        self._on_start()
         while True:
             job_id = self._queue.get()
             if job_id is None or self._stopping:

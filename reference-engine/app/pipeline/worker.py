@@ -7,9 +7,9 @@ job ends. Children are forked from a server process that has the numerical modul
 from __future__ import annotations
 
 import multiprocessing
+import multiprocessing.forkserver
 import os
 import threading
-import multiprocessing.forkserver
 import traceback
 from pathlib import Path
 from typing import Callable, Optional
@@ -83,10 +83,6 @@ class ProcessExecutor:
         self.on_stage = on_stage or (lambda job_id, status: None)
         self.poll_sec = poll_sec
 
-    @staticmethod
-    def prepare() -> None:
-        prepare()
-
     def __call__(self, job_id: str, token: CancelToken) -> None:
         job = self.store.get(job_id)
         if job is None:
@@ -106,6 +102,12 @@ class ProcessExecutor:
             child.join()
             receiver.close()
 
+    @staticmethod
+    def _ended(child) -> PipelineError:
+        child.join(1.0)
+        return PipelineError(UNEXPECTED_END,
+                             f"processus de travail {child.name} terminé (code {child.exitcode})")
+
     def _follow(self, job: Job, token: CancelToken, receiver, child) -> None:
         status = job.status
         while True:
@@ -113,13 +115,11 @@ class ProcessExecutor:
             if not receiver.poll(self.poll_sec):
                 if child.is_alive() or receiver.poll():
                     continue
-                raise PipelineError(UNEXPECTED_END, f"processus de travail terminé (code "
-                                                    f"{child.exitcode})")
+                raise self._ended(child)
             try:
                 message = receiver.recv()
             except EOFError:
-                raise PipelineError(UNEXPECTED_END, f"processus de travail terminé (code "
-                                                    f"{child.exitcode})") from None
+                raise self._ended(child) from None
             if message[0] == "error":
                 raise PipelineError(message[1], message[2])
             fields = message[1]
