@@ -190,7 +190,7 @@ void UpdaterService::applyRelease(const GitHubRelease& release) {
         Q_EMIT releaseNotesChanged();
     }
     if (VersionComparison::isNewer(m_latestVersion, m_config.currentVersion)) {
-        AppLogger::shared().log(QStringLiteral("ℹ️ Marlune %1 disponible").arg(m_latestVersion),
+        AppLogger::shared().log(QStringLiteral("Marlune %1 disponible").arg(m_latestVersion),
                                 LogLevel::info);
         setState(UpdaterState::updateAvailable(release));
         return;
@@ -204,7 +204,7 @@ void UpdaterService::applyRelease(const GitHubRelease& release) {
 }
 
 void UpdaterService::fail(const QString& message) {
-    AppLogger::shared().log(QStringLiteral("❌ Mise à jour de Marlune : %1").arg(message), LogLevel::error);
+    AppLogger::shared().log(QStringLiteral("Mise à jour de Marlune : %1").arg(message), LogLevel::error);
     setState(UpdaterState::error(message));
 }
 
@@ -265,7 +265,7 @@ QCoro::Task<> UpdaterService::installRelease(GitHubRelease release) {
         co_return;
     }
     AppLogger::shared().log(
-        QStringLiteral("✅ Marlune %1 installé — redémarrage nécessaire").arg(release.version()),
+        QStringLiteral("Marlune %1 installé — redémarrage nécessaire").arg(release.version()),
         LogLevel::ok);
     setState(UpdaterState::readyToRestart());
 }
