@@ -62,6 +62,17 @@ void AppState::toggleStem(StemKind kind) {
     Q_EMIT selectedStemsChanged();
 }
 
+void AppState::setSelectedStems(const QSet<StemKind>& kinds) {
+    const QList<StemKind> separable = StemKinds::separable();
+    QSet<StemKind> selection;
+    for (StemKind kind : kinds)
+        if (separable.contains(kind))
+            selection.insert(kind);
+    if (selection.isEmpty())
+        selection = QSet<StemKind>(separable.cbegin(), separable.cend());
+    assign(this, m_selectedStems, selection, &AppState::selectedStemsChanged);
+}
+
 void AppState::reset() {
     setCurrentJob(std::nullopt);
     setJobProgress(JobProgress{});

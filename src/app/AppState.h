@@ -50,6 +50,8 @@ public:
 
     // Operations.
     void toggleStem(StemKind kind);
+    // Replaces the selection (scripts name their stems); an empty set selects the six separable kinds.
+    void setSelectedStems(const QSet<StemKind>& kinds);
     void reset();
     // The import action; reports through importScreen() and this state. `droppedFile` is a local path.
     QCoro::Task<> startImport(QString urlText, std::optional<QString> droppedFile);

@@ -3,10 +3,12 @@
 #include "EngineCommand.h"
 #include "PlayCommand.h"
 #include "SelfUpdateCommand.h"
+#include "SeparateCommand.h"
 #include "WaveformCommand.h"
 
 QList<Command> allCommands() {
     QList<Command> commands;
+    commands.append(separateCommand());
     commands.append(engineCommand());
     commands.append(selfUpdateCommand());
     commands.append(convertCommand());
