@@ -10,9 +10,6 @@ from typing import Mapping, Optional
 
 from . import __version__
 
-SEPARABLE_STEMS = ("vocals", "drums", "bass", "guitar", "piano", "other")
-DOWNLOADABLE_STEMS = SEPARABLE_STEMS + ("original",)
-
 
 def _default_data_dir(env: Mapping[str, str]) -> Path:
     base = env.get("XDG_DATA_HOME") or os.path.join(os.path.expanduser("~"), ".local", "share")

@@ -147,13 +147,15 @@ def test_a_stop_with_an_open_stream_and_a_session_without_library(library, media
     try:
         done_id = _upload(process.url, media / "song.wav", ["bass"])
         assert _wait_final(process.url, done_id)["status"] == "done"
-        running_id = _upload(process.url, media / "long.wav")
-        with http().stream("GET", f"{process.url}/api/jobs/{running_id}/events") as answer:
+        _upload(process.url, media / "long.wav")
+        waiting_id = _upload(process.url, media / "long.wav")  # its stream would last long
+        with http().stream("GET", f"{process.url}/api/jobs/{waiting_id}/events") as answer:
             chunks = answer.iter_text()  # held: dropping it would close the stream
             assert next(chunks).startswith("data: ")
             seconds = process.stop(signal.SIGTERM)
-        # The open stream is closed after the 2 s grace, within the 4 s the application waits.
-        assert 1.5 < seconds < 4.0, process.log()
+        # The open stream is closed after the 2 s grace (the application waits 4 s before it
+        # kills the engine; the margin is for loaded test machines).
+        assert 1.5 < seconds < 5.0, process.log()
         assert process.process.returncode == 0
         assert "Traceback" not in process.log()
 

@@ -10,7 +10,7 @@ from typing import Any, List, Optional
 from fastapi import Request
 from starlette.datastructures import UploadFile
 
-from ..config import SEPARABLE_STEMS
+from ..kinds import SEPARABLE_STEMS
 from .errors import RequestInvalid, invalid
 
 _EXPECTED_BODY = ("corps attendu : formulaire multipart (file, stems) "

@@ -17,9 +17,10 @@ from typing import Callable, Dict, Optional, Tuple
 import numpy as np
 from scipy.ndimage import median_filter, uniform_filter1d
 
+from ..kinds import SEPARABLE_STEMS as STEM_ORDER
 from .stft import Stft
 
-STEM_ORDER = ("vocals", "drums", "bass", "guitar", "piano", "other")
+RESIDUAL_STEM = STEM_ORDER[-1]  # "other": what the masks leave
 MASKED_STEMS = STEM_ORDER[:-1]
 
 _EPS = 1e-12
@@ -123,5 +124,5 @@ class Separator:
             residual -= stem
             stems[name] = stem
             progress(0.3 + 0.7 * (index + 1) / len(MASKED_STEMS))
-        stems["other"] = residual
+        stems[RESIDUAL_STEM] = residual
         return {name: stems[name] for name in STEM_ORDER}
