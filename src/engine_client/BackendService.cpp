@@ -46,9 +46,29 @@ std::optional<int> statusOf(QNetworkReply* reply) {
 std::optional<TransportError> transportFailure(QNetworkReply* reply) {
     if (reply->property("marluneResourceTimeout").toBool())
         return TransportError(QNetworkReply::TimeoutError, reply->errorString());
-    if (TransportError::isTransportFailure(reply->error()) || (!statusOf(reply) && reply->error()))
+    if (TransportError::failedInTransport(reply))
         return TransportError(reply->error(), reply->errorString());
     return std::nullopt;
+}
+
+// Deletes a file when the scope ends, whatever the way out; a failure is ignored.
+struct RemovedOnExit {
+    QString path;
+    ~RemovedOnExit() { QFile::remove(path); }
+};
+
+// Assembles the upload body on the thread pool; the future holds the failure message, empty on success.
+// (A plain function: lambdas capturing by copy inside a coroutine are miscompiled by g++ 12.)
+QFuture<QString> writeBodyInBackground(const QString& filePath, const QString& bodyPath,
+                                       const QString& boundary, const QList<StemKind>& stems) {
+    return QtConcurrent::run([filePath, bodyPath, boundary, stems]() -> QString {
+        try {
+            MultipartUpload::writeBody(filePath, bodyPath, boundary, stems);
+            return QString();
+        } catch (const UploadError& error) {
+            return error.message();
+        }
+    });
 }
 
 std::optional<QString> decodeUtf8(const QByteArray& bytes) {
@@ -180,15 +200,8 @@ QCoro::Task<QString> BackendService::createJobFromFile(QString filePath, QList<S
         QDir(m_config.tempDir)
             .filePath(QStringLiteral("upload-%1.multipart")
                           .arg(QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper()));
-    const std::shared_ptr<void> removeBody(nullptr, [bodyPath](void*) { QFile::remove(bodyPath); });
-    QFuture<QString> writing = QtConcurrent::run([=]() -> QString {
-        try {
-            MultipartUpload::writeBody(filePath, bodyPath, boundary, stems);
-            return QString();
-        } catch (const UploadError& error) {
-            return error.message();
-        }
-    });
+    const RemovedOnExit removeBody{bodyPath};
+    QFuture<QString> writing = writeBodyInBackground(filePath, bodyPath, boundary, stems);
     const QString writeFailure = co_await writing;
     if (!writeFailure.isEmpty())
         throw UploadError(writeFailure);

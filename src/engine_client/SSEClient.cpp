@@ -41,7 +41,7 @@ void SSEClient::start() {
         std::optional<TransportError> error;
         if (m_resourceTimedOut)
             error.emplace(QNetworkReply::TimeoutError, reply->errorString());
-        else if (TransportError::isTransportFailure(reply->error()))
+        else if (TransportError::failedInTransport(reply))
             error.emplace(reply->error(), reply->errorString());
         // Delivered after the events already queued.
         QMetaObject::invokeMethod(

@@ -4,6 +4,20 @@ TransportError::TransportError(QNetworkReply::NetworkError code, const QString& 
     : UserError(describe(code, detail))
     , m_code(code) {}
 
+bool TransportError::failedInTransport(const QNetworkReply* reply) {
+    const QNetworkReply::NetworkError code = reply->error();
+    if (code == QNetworkReply::NoError)
+        return false;
+    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    if (!status.isValid())
+        return true;
+    // Qt reports the statuses 400 and 407 under these two codes.
+    if (status.toInt() >= 400 && (code == QNetworkReply::ProtocolInvalidOperationError ||
+                                  code == QNetworkReply::ProxyAuthenticationRequiredError))
+        return false;
+    return (code > 0 && code < 200) || (code > 300 && code < 400);
+}
+
 QString TransportError::describe(QNetworkReply::NetworkError code, const QString& detail) {
     switch (code) {
     case QNetworkReply::ConnectionRefusedError:

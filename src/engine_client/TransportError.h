@@ -13,11 +13,9 @@ public:
     QNetworkReply::NetworkError code() const { return m_code; }
     bool isCancellation() const { return m_code == QNetworkReply::OperationCanceledError; }
 
-    // Whether the code means the request got no complete answer (network, proxy or protocol failure), as
-    // opposed to an HTTP status of 400 or more.
-    static bool isTransportFailure(QNetworkReply::NetworkError code) {
-        return (code > 0 && code < 200) || (code > 300 && code < 400);
-    }
+    // Whether a finished reply got no complete answer (nothing listening, time-out, dropped connection,
+    // broken protocol), as opposed to an answer whose HTTP status is 400 or more.
+    static bool failedInTransport(const QNetworkReply* reply);
 
     // "Impossible de se connecter au serveur." and the like; `detail` (Qt's own text) for the rest.
     static QString describe(QNetworkReply::NetworkError code, const QString& detail);
