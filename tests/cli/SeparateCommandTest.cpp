@@ -1,3 +1,4 @@
+#include "support/MarluneProcess.h"
 #include "support/TestSupport.h"
 
 #include <QProcess>
@@ -5,12 +6,6 @@
 #include <QtTest>
 
 namespace {
-struct Run {
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
-
 double durationOf(const QString& file) {
     QProcess probe;
     probe.start(QStringLiteral("ffprobe"),
@@ -29,22 +24,8 @@ class SeparateCommandTest : public QObject {
     QTemporaryDir home;
     quint16 port = 0;
 
-    Run marlune(const QStringList& arguments, int timeoutMs = 180000) {
-        QProcess process;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("HOME"), home.path());
-        environment.insert(QStringLiteral("XDG_DATA_HOME"), home.filePath(QStringLiteral("data")));
-        environment.insert(QStringLiteral("XDG_CACHE_HOME"), home.filePath(QStringLiteral("cache")));
-        environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home.filePath(QStringLiteral("config")));
-        environment.insert(QStringLiteral("MARLUNE_ENGINE_URL"),
-                           QStringLiteral("http://127.0.0.1:%1/").arg(port));
-        environment.insert(QStringLiteral("MARLUNE_REFERENCE_ENGINE"),
-                           qEnvironmentVariable("MARLUNE_SOURCE_DIR") + QStringLiteral("/reference-engine"));
-        process.setProcessEnvironment(environment);
-        process.start(qEnvironmentVariable("MARLUNE_BINARY"), arguments);
-        process.waitForFinished(timeoutMs);
-        return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-                QString::fromUtf8(process.readAllStandardError())};
+    MarluneRun marlune(const QStringList& arguments) {
+        return runMarlune(arguments, marluneEnvironment(home.path(), port));
     }
 
     QString song(const QString& name, double seconds) {
@@ -66,7 +47,7 @@ private Q_SLOTS:
     void initTestCase() { port = TestSupport::freePort(); }
 
     void withoutAnEngineSeparateSaysWhatToDo() {
-        const Run run = marlune({QStringLiteral("separate"), song(QStringLiteral("first.wav"), 1)});
+        const MarluneRun run = marlune({QStringLiteral("separate"), song(QStringLiteral("first.wav"), 1)});
         QCOMPARE(run.exitCode, 1);
         QVERIFY2(run.err.contains(QStringLiteral("marlune engine install-reference")), qPrintable(run.err));
     }
@@ -85,13 +66,13 @@ private Q_SLOTS:
     }
 
     void installThenSeparateIntoMp3StemsAndMix() {
-        const Run install = marlune({QStringLiteral("engine"), QStringLiteral("install-reference")});
+        const MarluneRun install = marlune({QStringLiteral("engine"), QStringLiteral("install-reference")});
         QVERIFY2(install.exitCode == 0, qPrintable(install.err + install.out));
         QVERIFY(install.out.trimmed().split(QLatin1Char('\n')).last().startsWith(QLatin1Char('v')));
 
         const QString input = song(QStringLiteral("song.mp3"), 4);
         const QString out = home.filePath(QStringLiteral("exports"));
-        const Run run =
+        const MarluneRun run =
             marlune({QStringLiteral("separate"), input, QStringLiteral("--stems"),
                      QStringLiteral("vocals,drums"), QStringLiteral("--format"), QStringLiteral("mp3"),
                      QStringLiteral("--mix"), QStringLiteral("--out"), out});

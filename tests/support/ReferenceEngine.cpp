@@ -2,6 +2,7 @@
 
 #include "TestSupport.h"
 
+#include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
@@ -39,6 +40,9 @@ bool ReferenceEngine::start(int timeoutMs) {
     environment.insert(QStringLiteral("HALVORN_DEFAULT_JOBS_DIR"), m_data.path() + QStringLiteral("/jobs"));
     environment.insert(QStringLiteral("HALVORN_PERSIST_LIBRARY"), QStringLiteral("1"));
     environment.insert(QStringLiteral("PYTHONDONTWRITEBYTECODE"), QStringLiteral("1"));
+    // The engine ends with the test process, even when a test crashes.
+    environment.insert(QStringLiteral("HALVORN_PARENT_PID"),
+                       QString::number(QCoreApplication::applicationPid()));
     for (const char* name : {"VIRTUAL_ENV", "PYTHONHOME", "PYTHONPATH", "CONDA_PREFIX"})
         environment.remove(QLatin1String(name));
     m_process.setProcessEnvironment(environment);
