@@ -20,7 +20,7 @@ QString shown(const fs::path& path) {
 
 QString failure(const char* action, const fs::path& from, const fs::path& to, const std::error_code& error) {
     return QStringLiteral("impossible de %1 « %2 » vers « %3 » (%4)")
-        .arg(QLatin1String(action), shown(from), shown(to), fileErrorText(error));
+        .arg(QString::fromUtf8(action), shown(from), shown(to), fileErrorText(error));
 }
 
 // Copies `source` to `target` through a hidden sibling of `target`, made executable, then renamed.

@@ -17,7 +17,7 @@ QJsonValue present(const QJsonObject& object, const QString& key, const QString&
 }
 
 [[noreturn]] void wrongType(const QString& path, const QString& expected) {
-    throw UpdaterError(failureMessage(QStringLiteral("clé « %1 » : %2 attendu").arg(path, expected)));
+    throw UpdaterError(failureMessage(QStringLiteral("clé « %1 » : %2").arg(path, expected)));
 }
 
 } // namespace
@@ -29,14 +29,14 @@ QString failureMessage(const QString& detail) {
 QString string(const QJsonObject& object, const QString& key, const QString& path) {
     const QJsonValue value = present(object, key, path);
     if (!value.isString())
-        wrongType(path, QStringLiteral("texte"));
+        wrongType(path, QStringLiteral("texte attendu"));
     return value.toString();
 }
 
 bool boolean(const QJsonObject& object, const QString& key, const QString& path) {
     const QJsonValue value = present(object, key, path);
     if (!value.isBool())
-        wrongType(path, QStringLiteral("booléen"));
+        wrongType(path, QStringLiteral("booléen attendu"));
     return value.toBool();
 }
 
@@ -47,14 +47,14 @@ qint64 integer(const QJsonObject& object, const QString& key, const QString& pat
     const double number = value.toDouble();
     if (!value.isDouble() || !std::isfinite(number) || std::floor(number) != number || number >= limit ||
         number < -limit)
-        wrongType(path, QStringLiteral("entier"));
+        wrongType(path, QStringLiteral("entier attendu"));
     return value.toInteger(static_cast<qint64>(number));
 }
 
 QJsonArray array(const QJsonObject& object, const QString& key, const QString& path) {
     const QJsonValue value = present(object, key, path);
     if (!value.isArray())
-        wrongType(path, QStringLiteral("liste"));
+        wrongType(path, QStringLiteral("liste attendue"));
     return value.toArray();
 }
 

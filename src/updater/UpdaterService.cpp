@@ -190,8 +190,7 @@ void UpdaterService::applyRelease(const GitHubRelease& release) {
         Q_EMIT releaseNotesChanged();
     }
     if (VersionComparison::isNewer(m_latestVersion, m_config.currentVersion)) {
-        AppLogger::shared().log(QStringLiteral("Marlune %1 disponible").arg(m_latestVersion),
-                                LogLevel::info);
+        AppLogger::shared().log(QStringLiteral("Marlune %1 disponible").arg(m_latestVersion), LogLevel::info);
         setState(UpdaterState::updateAvailable(release));
         return;
     }
@@ -265,8 +264,7 @@ QCoro::Task<> UpdaterService::installRelease(GitHubRelease release) {
         co_return;
     }
     AppLogger::shared().log(
-        QStringLiteral("Marlune %1 installé — redémarrage nécessaire").arg(release.version()),
-        LogLevel::ok);
+        QStringLiteral("Marlune %1 installé — redémarrage nécessaire").arg(release.version()), LogLevel::ok);
     setState(UpdaterState::readyToRestart());
 }
 
