@@ -114,6 +114,9 @@ Q_SIGNALS:
 private:
     QCoro::Task<QString> convertToFLAC(QString file);
     void applyEvent(const StemJob& job);
+    // Leaves the processing screen for a final status (an error's text, then `failureSuffix`, goes to the
+    // import screen); false while the job still runs.
+    bool leaveProcessingFor(const StemJob& job, const QString& failureSuffix);
     QCoro::Task<> refetchAfterStreamEnd(QString jobId);
     QCoro::Task<> restartDeadEngine();
 

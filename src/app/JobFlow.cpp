@@ -118,20 +118,24 @@ void AppState::applyEvent(const StemJob& job) {
                                job.status == JobStatus::done, job.status == JobStatus::error,
                                errorText(job)});
     setCurrentJob(job);
+    leaveProcessingFor(job, kLogsHint);
+}
+
+bool AppState::leaveProcessingFor(const StemJob& job, const QString& failureSuffix) {
     switch (job.status) {
     case JobStatus::cancelled:
     case JobStatus::stopped:
         setScreen(AppScreen::importing);
-        break;
+        return true;
     case JobStatus::error:
-        m_importScreen.setErrorMessage(errorText(job).value_or(kFailed) + kLogsHint);
+        m_importScreen.setErrorMessage(errorText(job).value_or(kFailed) + failureSuffix);
         setScreen(AppScreen::importing);
-        break;
+        return true;
     case JobStatus::done:
         setScreen(AppScreen::studio);
-        break;
+        return true;
     default:
-        break;
+        return false;
     }
 }
 
@@ -146,20 +150,6 @@ QCoro::Task<> AppState::refetchAfterStreamEnd(QString jobId) {
     if (!self || !fetched)
         co_return;
     setCurrentJob(fetched);
-    switch (fetched->status) {
-    case JobStatus::cancelled:
-    case JobStatus::stopped:
-        setScreen(AppScreen::importing);
-        break;
-    case JobStatus::error:
-        m_importScreen.setErrorMessage(errorText(*fetched).value_or(kFailed));
-        setScreen(AppScreen::importing);
-        break;
-    case JobStatus::done:
-        setScreen(AppScreen::studio);
-        break;
-    default:
-        followJob(jobId);
-        break;
-    }
+    if (!leaveProcessingFor(*fetched, QString()))
+        followJob(jobId); // still running: a new stream
 }
