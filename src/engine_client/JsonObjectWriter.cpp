@@ -36,41 +36,52 @@ void JsonObjectWriter::key(QLatin1String name) {
 }
 
 QByteArray JsonObjectWriter::quoted(const QString& text) {
-    const QByteArray utf8 = text.toUtf8();
+    static const char digits[] = "0123456789abcdef";
+    const auto escapeUnit = [](QByteArray& out, char16_t unit) {
+        out += "\\u";
+        for (int shift = 12; shift >= 0; shift -= 4)
+            out += digits[(unit >> shift) & 0xF];
+    };
     QByteArray out;
-    out.reserve(utf8.size() + 2);
+    out.reserve(text.size() + 2);
     out += '"';
-    for (char c : utf8) {
-        switch (c) {
-        case '"':
+    const qsizetype size = text.size();
+    for (qsizetype i = 0; i < size; ++i) {
+        const char16_t unit = text[i].unicode();
+        switch (unit) {
+        case u'"':
             out += "\\\"";
             break;
-        case '\\':
+        case u'\\':
             out += "\\\\";
             break;
-        case '\n':
+        case u'\n':
             out += "\\n";
             break;
-        case '\r':
+        case u'\r':
             out += "\\r";
             break;
-        case '\t':
+        case u'\t':
             out += "\\t";
             break;
-        case '\b':
+        case u'\b':
             out += "\\b";
             break;
-        case '\f':
+        case u'\f':
             out += "\\f";
             break;
         default:
-            if (static_cast<unsigned char>(c) < 0x20) {
-                static const char digits[] = "0123456789abcdef";
-                out += "\\u00";
-                out += digits[(c >> 4) & 0xF];
-                out += digits[c & 0xF];
+            if (unit < 0x20) {
+                escapeUnit(out, unit);
+            } else if (unit < 0x80) {
+                out += char(unit);
+            } else if (QChar::isHighSurrogate(unit) && i + 1 < size && text[i + 1].isLowSurrogate()) {
+                out += QStringView(text).sliced(i, 2).toUtf8();
+                ++i;
+            } else if (QChar::isSurrogate(unit)) {
+                escapeUnit(out, unit); // a lone half of a pair has no UTF-8 form
             } else {
-                out += c;
+                out += QStringView(text).sliced(i, 1).toUtf8();
             }
         }
     }

@@ -400,6 +400,13 @@ private slots:
         QCOMPARE(JsonObjectWriter::numberText(value), text);
     }
 
+    void loneSurrogateSurvivesEncoding() {
+        const QString lone = QString(QChar(0xD800)) + QStringLiteral("🎵");
+        const QByteArray text = JsonObjectWriter::quoted(lone);
+        QCOMPARE(text, QByteArray("\"\\ud800🎵\""));
+        QCOMPARE(QJsonDocument::fromJson("[" + text + "]").array().at(0).toString(), lone);
+    }
+
     void quotedControlCharacters() {
         const QByteArray text = JsonObjectWriter::quoted(QStringLiteral("a\tb\x01\"\\é"));
         QCOMPARE(text, QByteArray("\"a\\tb\\u0001\\\"\\\\é\""));
