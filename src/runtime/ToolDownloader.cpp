@@ -43,13 +43,6 @@ QCoro::Task<QString> download(QUrl address, QString folder) {
     if (writeFailed || !output.flush())
         throw SetupError(
             QStringLiteral("Impossible d'écrire dans %1 : %2").arg(folder, output.errorString()));
-    const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
-    if (length.isValid() && reply->rawHeader("Content-Encoding").isEmpty() &&
-        length.toLongLong() != output.size())
-        throw SetupError(QStringLiteral("Téléchargement incomplet pour %1 (%2 octets sur %3)")
-                             .arg(file)
-                             .arg(output.size())
-                             .arg(length.toLongLong()));
     output.close();
 
     const QString downloaded = TemporaryPaths::uniqueName(folder, QLatin1Char('-') + file);

@@ -97,9 +97,17 @@ private Q_SLOTS:
         QVERIFY(entriesOf(folder()).isEmpty());
     }
 
+    void aDownloadCutInTheMiddleLeavesNothing_data() {
+        QTest::addColumn<QString>("path");
+        QTest::newRow("direct") << ffmpegPath;
+        QTest::newRow("after a redirect") << QStringLiteral(
+            "/github/astral-sh/uv/releases/latest/download/uv-x86_64-unknown-linux-gnu.tar.gz");
+    }
     void aDownloadCutInTheMiddleLeavesNothing() {
-        m_mirror->setRules(R"([{"prefix": ")" + ffmpegPath.toUtf8() + R"(", "cutAfter": 40}])");
-        const QString message = errorOf(ToolDownloader::download(served(ffmpegPath), folder()));
+        QFETCH(QString, path);
+        m_mirror->setRules(R"([{"prefix": "/github/shaka-project/", "cutAfter": 40},
+                               {"prefix": "/github/astral-sh/uv/releases/download/", "cutAfter": 40}])");
+        const QString message = errorOf(ToolDownloader::download(served(path), folder()));
         QVERIFY2(!message.isEmpty(), "a cut download was taken as whole");
         QVERIFY(entriesOf(folder()).isEmpty());
     }
