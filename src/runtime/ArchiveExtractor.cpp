@@ -22,7 +22,8 @@ QCoro::Task<QString> extractArchive(QString archive, ArchiveKind kind, QString p
         kind == ArchiveKind::zip ? QStringLiteral("/usr/bin/unzip") : QStringLiteral("/usr/bin/tar");
     std::optional<QString> failure;
     try {
-        co_await runTool(tool, arguments);
+        const ToolRunOptions options;
+        co_await runTool(tool, arguments, options);
     } catch (const SetupError& error) {
         failure = error.message();
     }

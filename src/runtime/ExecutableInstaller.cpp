@@ -22,7 +22,8 @@ constexpr QFileDevice::Permissions executablePermissions =
 QCoro::Task<bool> runs(QString executable, QString argument) {
     const QStringList arguments{argument};
     try {
-        co_await runTool(executable, arguments);
+        const ToolRunOptions options;
+        co_await runTool(executable, arguments, options);
     } catch (const SetupError&) {
         co_return false;
     }

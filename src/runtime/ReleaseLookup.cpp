@@ -23,7 +23,8 @@ QNetworkRequest requestFor(const QUrl& address) {
 QCoro::Task<QJsonObject> fetchObject(QNetworkRequest request) {
     QNetworkAccessManager network;
     std::unique_ptr<QNetworkReply> reply(network.get(request));
-    co_await qCoro(reply.get()).waitForFinished();
+    QNetworkReply* answer = reply.get();
+    co_await answer;
     if (reply->error() != QNetworkReply::NoError ||
         reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() != 200)
         co_return QJsonObject();
@@ -50,7 +51,8 @@ QCoro::Task<std::optional<QString>> latestRelease(BaseAddresses addresses, QStri
     const QNetworkRequest page =
         requestFor(BaseAddresses::join(addresses.githubWeb, QStringLiteral("/%1/releases/latest").arg(repo)));
     std::unique_ptr<QNetworkReply> reply(network.head(page));
-    co_await qCoro(reply.get()).waitForFinished();
+    QNetworkReply* answer = reply.get();
+    co_await answer;
     const QString path = reply->url().path();
     if (reply->error() != QNetworkReply::NoError || !path.contains(QStringLiteral("/releases/tag/")))
         co_return std::nullopt;
@@ -59,8 +61,9 @@ QCoro::Task<std::optional<QString>> latestRelease(BaseAddresses addresses, QStri
 }
 
 QCoro::Task<std::optional<QString>> latestPyPIVersion(BaseAddresses addresses, QString package) {
-    const QJsonObject document = co_await fetchObject(
-        requestFor(BaseAddresses::join(addresses.pypi, QStringLiteral("/pypi/%1/json").arg(package))));
+    const QNetworkRequest request =
+        requestFor(BaseAddresses::join(addresses.pypi, QStringLiteral("/pypi/%1/json").arg(package)));
+    const QJsonObject document = co_await fetchObject(request);
     co_return nonEmptyText(
         document.value(QStringLiteral("info")).toObject().value(QStringLiteral("version")));
 }

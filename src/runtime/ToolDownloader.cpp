@@ -32,7 +32,8 @@ QCoro::Task<QString> download(QUrl address, QString folder) {
             writeFailed = true;
     };
     QObject::connect(reply.get(), &QNetworkReply::readyRead, reply.get(), drain);
-    co_await qCoro(reply.get()).waitForFinished();
+    QNetworkReply* transfer = reply.get();
+    co_await transfer;
     drain();
 
     const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();

@@ -14,12 +14,23 @@ namespace {
 const QString uvRepository = QStringLiteral("astral-sh/uv");
 const QString versionProbe = QStringLiteral("-version");
 
-// The pinned row of `tool` as an install to `destination`; throws SetupError when there is no pinned row.
-ToolInstall pinnedInstall(const ToolSources& tools, const QString& tool, const QString& nameInArchive,
-                          const QString& destination, std::optional<QString> probeArgument) {
-    const FixedDownload row = tools.pinnedRow(tool);
-    return ToolInstall{tools.addressOf(row), row.form,    row.sha256,
-                       nameInArchive,        destination, std::move(probeArgument)};
+// One pinned download installed to `destination` (taken out of the archive as `nameInArchive`).
+struct PinnedTool {
+    QString tool;
+    QString nameInArchive;
+    QString destination;
+    std::optional<QString> probeArgument;
+};
+
+// Installs each tool in turn from its pinned row; throws SetupError at the first failure, before any
+// download when a row has no pinned digest for this platform.
+QCoro::Task<> installPinned(ToolSources tools, QList<PinnedTool> parts) {
+    for (const PinnedTool& part : parts) {
+        const FixedDownload row = tools.pinnedRow(part.tool);
+        const ToolInstall install{tools.addressOf(row), row.form,         row.sha256,
+                                  part.nameInArchive,   part.destination, part.probeArgument};
+        co_await install.run();
+    }
 }
 
 } // namespace
@@ -34,24 +45,26 @@ QProcessEnvironment PythonRuntimeService::uvEnvironment() const {
 }
 
 QCoro::Task<std::optional<QString>> PythonRuntimeService::latestRelease(QString repo) const {
-    co_return co_await ReleaseLookup::latestRelease(m_config.tools.addresses, repo);
+    const std::optional<QString> tag = co_await ReleaseLookup::latestRelease(m_config.tools.addresses, repo);
+    co_return tag;
 }
 
 QCoro::Task<std::optional<QString>> PythonRuntimeService::latestPyPIVersion(QString package) const {
-    co_return co_await ReleaseLookup::latestPyPIVersion(m_config.tools.addresses, package);
+    const std::optional<QString> version =
+        co_await ReleaseLookup::latestPyPIVersion(m_config.tools.addresses, package);
+    co_return version;
 }
 
 QCoro::Task<> PythonRuntimeService::installFFmpeg(Report report) {
     const ToolSources& tools = m_config.tools;
     const QString version = tools.downloads.versionOf(QStringLiteral("ffmpeg"));
     report(QStringLiteral("Téléchargement FFmpeg %1 (%2)…").arg(version, tools.architecture()));
+    const QList<PinnedTool> primary{
+        {QStringLiteral("ffmpeg"), QString(), m_layout.ownFFmpeg(), versionProbe},
+        {QStringLiteral("ffprobe"), QString(), m_layout.ownFFprobe(), versionProbe}};
     QString failure;
     try {
-        co_await pinnedInstall(tools, QStringLiteral("ffmpeg"), QString(), m_layout.ownFFmpeg(), versionProbe)
-            .run();
-        co_await pinnedInstall(tools, QStringLiteral("ffprobe"), QString(), m_layout.ownFFprobe(),
-                               versionProbe)
-            .run();
+        co_await installPinned(tools, primary);
     } catch (const SetupError& error) {
         failure = error.message();
     }
@@ -67,13 +80,12 @@ QCoro::Task<> PythonRuntimeService::installFFmpeg(Report report) {
         report(QStringLiteral("⚠️ Source principale indisponible (%1) — essai %2")
                    .arg(failure, tools.fallbackHost()));
         failure.clear();
+        const QList<PinnedTool> fallback{
+            {QStringLiteral("ffmpegFallback"), QStringLiteral("ffmpeg"), m_layout.ownFFmpeg(), versionProbe},
+            {QStringLiteral("ffprobeFallback"), QStringLiteral("ffprobe"), m_layout.ownFFprobe(),
+             versionProbe}};
         try {
-            co_await pinnedInstall(tools, QStringLiteral("ffmpegFallback"), QStringLiteral("ffmpeg"),
-                                   m_layout.ownFFmpeg(), versionProbe)
-                .run();
-            co_await pinnedInstall(tools, QStringLiteral("ffprobeFallback"), QStringLiteral("ffprobe"),
-                                   m_layout.ownFFprobe(), versionProbe)
-                .run();
+            co_await installPinned(tools, fallback);
         } catch (const SetupError& error) {
             failure = error.message();
         }
@@ -102,9 +114,9 @@ QCoro::Task<> PythonRuntimeService::installFpcalc(Report report) {
     const ToolSources& tools = m_config.tools;
     const QString version = tools.downloads.versionOf(QStringLiteral("fpcalc"));
     report(QStringLiteral("Téléchargement Chromaprint %1…").arg(version));
-    co_await pinnedInstall(tools, QStringLiteral("fpcalc"), QStringLiteral("fpcalc"), m_layout.fpcalcPath(),
-                           versionProbe)
-        .run();
+    const QList<PinnedTool> fpcalc{
+        {QStringLiteral("fpcalc"), QStringLiteral("fpcalc"), m_layout.fpcalcPath(), versionProbe}};
+    co_await installPinned(tools, fpcalc);
     manifest().fpcalcVersion = version;
     saveManifest();
     log(QStringLiteral("✅ fpcalc installé"));
@@ -114,30 +126,37 @@ QCoro::Task<> PythonRuntimeService::installQuickJS(Report report) {
     const ToolSources& tools = m_config.tools;
     const QString version = tools.downloads.versionOf(QStringLiteral("qjs"));
     report(QStringLiteral("Téléchargement QuickJS %1…").arg(version));
-    co_await pinnedInstall(tools, QStringLiteral("qjs"), QStringLiteral("qjs"), m_layout.qjsPath(),
-                           std::nullopt)
-        .run();
+    // No run check: QuickJS has no version option to prove it with.
+    const QList<PinnedTool> qjs{
+        {QStringLiteral("qjs"), QStringLiteral("qjs"), m_layout.qjsPath(), std::nullopt}};
+    co_await installPinned(tools, qjs);
     manifest().qjsVersion = version;
     saveManifest();
     log(QStringLiteral("✅ QuickJS installé"));
 }
 
 QCoro::Task<> PythonRuntimeService::installUV(Report report) {
-    const std::optional<FixedDownload> row = m_config.tools.row(QStringLiteral("uv"));
     const QString uv = m_layout.uvPath();
-    const auto installFrom = [&](const QString& path) {
+    const std::optional<FixedDownload> row = m_config.tools.row(QStringLiteral("uv"));
+    // The release of `version`, or the latest one; throws SetupError when this platform has no build.
+    const auto releaseInstall = [&](const std::optional<QString>& version) {
+        if (!row || (version && row->versionedPath.isEmpty()))
+            throw SetupError(QStringLiteral("Aucune version de uv pour cette plateforme (%1)")
+                                 .arg(m_config.tools.platform));
+        const QString path = version ? row->pathForVersion(*version) : row->path;
         return ToolInstall{
             m_config.tools.addressOf(*row, path), row->form, std::nullopt, QStringLiteral("uv"), uv,
             QStringLiteral("--version")};
     };
 
     if (InstallLayout::isExecutable(uv)) {
-        QString installed;
+        QString installed; // an uv that does not answer counts as older than any release
         try {
             const QStringList arguments{QStringLiteral("--version")};
-            installed = (co_await runTool(uv, arguments)).trimmed().section(QLatin1Char(' '), 1, 1);
+            const ToolRunOptions options;
+            const QString output = co_await runTool(uv, arguments, options);
+            installed = output.trimmed().section(QLatin1Char(' '), 1, 1);
         } catch (const SetupError&) {
-            // An uv that does not answer counts as older than any release.
         }
         const std::optional<QString> latest = co_await latestRelease(uvRepository);
         if (!latest || VersionOrder::compare(installed, *latest) >= 0)
@@ -145,10 +164,8 @@ QCoro::Task<> PythonRuntimeService::installUV(Report report) {
         report(QStringLiteral("Mise à jour de uv %1").arg(*latest));
         QString failure;
         try {
-            if (!row || row->versionedPath.isEmpty())
-                throw SetupError(QStringLiteral("Aucune version de uv pour cette plateforme (%1)")
-                                     .arg(m_config.tools.platform));
-            co_await installFrom(row->pathForVersion(*latest)).run();
+            const ToolInstall update = releaseInstall(latest);
+            co_await update.run();
         } catch (const SetupError& error) {
             failure = error.message();
         }
@@ -160,10 +177,8 @@ QCoro::Task<> PythonRuntimeService::installUV(Report report) {
     report(QStringLiteral("Téléchargement de uv…"));
     QString failure;
     try {
-        if (!row)
-            throw SetupError(QStringLiteral("Aucune version de uv pour cette plateforme (%1)")
-                                 .arg(m_config.tools.platform));
-        co_await installFrom(row->path).run();
+        const ToolInstall install = releaseInstall(std::nullopt);
+        co_await install.run();
     } catch (const SetupError& error) {
         failure = error.message();
     }
@@ -176,5 +191,6 @@ QCoro::Task<> PythonRuntimeService::installPython(Report report) {
     ToolRunOptions options;
     options.environment = uvEnvironment();
     options.onLine = report;
-    co_await runTool(m_layout.uvPath(), arguments, options);
+    const QString uv = m_layout.uvPath();
+    co_await runTool(uv, arguments, options);
 }

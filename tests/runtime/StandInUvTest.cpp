@@ -24,7 +24,9 @@ class StandInUvTest : public QObject {
         ToolRunOptions options;
         options.workingDirectory = project();
         options.environment = m_runtime->uvEnvironment();
-        co_return co_await runTool(m_runtime->layout().uvPath(), arguments, options);
+        const QString uv = m_runtime->layout().uvPath();
+        const QString output = co_await runTool(uv, arguments, options);
+        co_return output;
     }
 
     QString python(const QString& code) {
