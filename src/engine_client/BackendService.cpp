@@ -4,6 +4,7 @@
 #include "engine_client/BackendError.h"
 #include "engine_client/CreateJobRequest.h"
 #include "engine_client/DecodingError.h"
+#include "engine_client/FilePost.h"
 #include "engine_client/JobCreateResponse.h"
 #include "engine_client/MultipartUpload.h"
 #include "engine_client/TextPrefix.h"
@@ -15,13 +16,12 @@
 #include <QCoro/QCoroFuture>
 #include <QCoro/QCoroNetworkReply>
 #include <QDir>
-#include <QFile>
+#include <QFileInfo>
 #include <QNetworkProxy>
 #include <QNetworkReply>
 #include <QSaveFile>
 #include <QStringDecoder>
 #include <QTimer>
-#include <QUuid>
 #include <QtConcurrent/QtConcurrentRun>
 #include <algorithm>
 #include <memory>
@@ -51,24 +51,22 @@ std::optional<TransportError> transportFailure(QNetworkReply* reply) {
     return std::nullopt;
 }
 
-// Deletes a file when the scope ends, whatever the way out; a failure is ignored.
-struct RemovedOnExit {
-    QString path;
-    ~RemovedOnExit() { QFile::remove(path); }
-};
-
-// Assembles the upload body on the thread pool; the future holds the failure message, empty on success.
+// Sends the upload on the thread pool.
 // (A plain function: lambdas capturing by copy inside a coroutine are miscompiled by g++ 12.)
-QFuture<QString> writeBodyInBackground(const QString& filePath, const QString& bodyPath,
-                                       const QString& boundary, const QList<StemKind>& stems) {
-    return QtConcurrent::run([filePath, bodyPath, boundary, stems]() -> QString {
-        try {
-            MultipartUpload::writeBody(filePath, bodyPath, boundary, stems);
-            return QString();
-        } catch (const UploadError& error) {
-            return error.message();
-        }
-    });
+QFuture<FilePost::Outcome> postInBackground(const FilePost::Request& request) {
+    return QtConcurrent::run([request] { return FilePost::send(request); });
+}
+
+[[noreturn]] void raiseUploadFailure(const FilePost::Failure& failure, const QString& filePath) {
+    switch (failure.kind) {
+    case FilePost::Failure::Kind::openFile:
+        throw UploadError(MultipartUpload::openFailure(filePath, failure.detail));
+    case FilePost::Failure::Kind::readFile:
+        throw UploadError(MultipartUpload::readFailure(filePath, failure.detail));
+    case FilePost::Failure::Kind::transport:
+        break;
+    }
+    throw TransportError(failure.code, failure.detail);
 }
 
 std::optional<QString> decodeUtf8(const QByteArray& bytes) {
@@ -123,7 +121,7 @@ QString BackendService::jobPath(const QString& id, const QString& rest) {
 }
 
 QNetworkReply* BackendService::send(Method method, const QString& path, std::chrono::milliseconds idleTimeout,
-                                    const QByteArray& contentType, QIODevice* body, const QByteArray& bytes) {
+                                    const QByteArray& contentType, const QByteArray& body) {
     QNetworkRequest request(endpoint(path));
     request.setTransferTimeout(int(idleTimeout.count()));
     if (!contentType.isEmpty())
@@ -131,10 +129,8 @@ QNetworkReply* BackendService::send(Method method, const QString& path, std::chr
     QNetworkReply* reply = nullptr;
     if (method == Method::get)
         reply = m_network.get(request);
-    else if (body)
-        reply = m_network.post(request, body);
     else
-        reply = m_network.post(request, bytes);
+        reply = m_network.post(request, body);
     QTimer::singleShot(resourceTimeout, reply, [reply] {
         reply->setProperty("marluneResourceTimeout", true);
         reply->abort();
@@ -154,31 +150,38 @@ QString BackendService::errorMessage(int status, const QByteArray& body) {
     return message;
 }
 
-QCoro::Task<QByteArray> BackendService::answer(QNetworkReply* reply) {
-    if (!reply->isFinished())
-        co_await qCoro(reply).waitForFinished();
-    if (std::optional<TransportError> failure = transportFailure(reply))
-        throw *failure;
-    const QByteArray body = reply->readAll();
-    const std::optional<int> status = statusOf(reply);
+QByteArray BackendService::accepted(std::optional<int> status, const QByteArray& body) const {
     if (status && *status >= 400) {
         const QString message = errorMessage(*status, body);
         m_config.console(QStringLiteral("[Halvorn] ❌ Backend %1: %2").arg(*status).arg(message));
         throw BackendError(message);
     }
+    return body;
+}
+
+QCoro::Task<QByteArray> BackendService::answer(QNetworkReply* reply) {
+    if (!reply->isFinished()) {
+        QCoro::Task<bool> finished = qCoro(reply).waitForFinished();
+        co_await finished;
+    }
+    if (std::optional<TransportError> failure = transportFailure(reply))
+        throw *failure;
+    const QByteArray body = accepted(statusOf(reply), reply->readAll());
     co_return body;
 }
 
 QCoro::Task<std::optional<BackendHealth>> BackendService::health() {
     const ReplyPtr reply(send(Method::get, QStringLiteral("api/health"), healthTimeout));
-    co_await qCoro(reply.get()).waitForFinished();
+    QCoro::Task<bool> finished = qCoro(reply.get()).waitForFinished();
+    co_await finished;
     if (transportFailure(reply.get()) || statusOf(reply.get()) != 200)
         co_return std::nullopt;
     co_return BackendHealth::fromJsonText(reply->readAll());
 }
 
 QCoro::Task<bool> BackendService::isReady() {
-    const std::optional<BackendHealth> record = co_await health();
+    QCoro::Task<std::optional<BackendHealth>> checking = health();
+    const std::optional<BackendHealth> record = co_await checking;
     if (!record)
         co_return false;
     if (m_config.recordRunningVersion)
@@ -186,49 +189,48 @@ QCoro::Task<bool> BackendService::isReady() {
     co_return record->isOk();
 }
 
-QCoro::Task<QString> BackendService::createdJobId(QNetworkReply* reply) {
-    const QByteArray body = co_await answer(reply);
+QString BackendService::jobIdOf(const QByteArray& body) {
     const std::optional<JobCreateResponse> created = JobCreateResponse::fromJsonText(body);
     if (!created)
         throw DecodingError(QStringLiteral("Réponse du moteur illisible : identifiant de tâche manquant."));
-    co_return created->jobId;
+    return created->jobId;
 }
 
 QCoro::Task<QString> BackendService::createJobFromFile(QString filePath, QList<StemKind> stems) {
     const QString boundary = MultipartUpload::newBoundary();
-    const QString bodyPath =
-        QDir(m_config.tempDir)
-            .filePath(QStringLiteral("upload-%1.multipart")
-                          .arg(QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper()));
-    const RemovedOnExit removeBody{bodyPath};
-    QFuture<QString> writing = writeBodyInBackground(filePath, bodyPath, boundary, stems);
-    const QString writeFailure = co_await writing;
-    if (!writeFailure.isEmpty())
-        throw UploadError(writeFailure);
-    auto* body = new QFile(bodyPath);
-    if (!body->open(QIODevice::ReadOnly)) {
-        const QString reason = body->errorString();
-        delete body;
-        throw TransportError(QNetworkReply::UnknownContentError, reason);
-    }
-    const ReplyPtr reply(send(Method::post, QStringLiteral("api/jobs"), postTimeout,
-                              MultipartUpload::contentTypeHeader(boundary), body));
-    body->setParent(reply.get());
-    const QString jobId = co_await createdJobId(reply.get());
+    FilePost::Request request;
+    request.url = endpoint(QStringLiteral("api/jobs"));
+    request.contentType = MultipartUpload::contentTypeHeader(boundary);
+    request.head = MultipartUpload::head(boundary, stems, filePath);
+    request.filePath = filePath;
+    request.tail = MultipartUpload::tail(boundary);
+    request.chunkBytes = MultipartUpload::chunkBytes;
+    request.idleTimeout = postTimeout;
+    request.totalTimeout = resourceTimeout;
+    QFuture<FilePost::Outcome> posting = postInBackground(request);
+    const FilePost::Outcome outcome = co_await posting;
+    if (const auto* failure = std::get_if<FilePost::Failure>(&outcome))
+        raiseUploadFailure(*failure, filePath);
+    const FilePost::Answer& answer = std::get<FilePost::Answer>(outcome);
+    const QByteArray body = accepted(answer.status, answer.body);
+    const QString jobId = jobIdOf(body);
     co_return jobId;
 }
 
 QCoro::Task<QString> BackendService::createJobFromURL(QString url, QList<StemKind> stems) {
     const QByteArray body = CreateJobRequest::from(url, stems).toJsonText();
     const ReplyPtr reply(
-        send(Method::post, QStringLiteral("api/jobs"), postTimeout, "application/json", nullptr, body));
-    const QString jobId = co_await createdJobId(reply.get());
+        send(Method::post, QStringLiteral("api/jobs"), postTimeout, "application/json", body));
+    QCoro::Task<QByteArray> answering = answer(reply.get());
+    const QByteArray answerBody = co_await answering;
+    const QString jobId = jobIdOf(answerBody);
     co_return jobId;
 }
 
 QCoro::Task<StemJob> BackendService::getJob(QString id) {
     const ReplyPtr reply(send(Method::get, jobPath(id), requestTimeout));
-    const QByteArray body = co_await answer(reply.get());
+    QCoro::Task<QByteArray> answering = answer(reply.get());
+    const QByteArray body = co_await answering;
     std::optional<StemJob> job = StemJob::fromJsonText(body);
     if (!job)
         throw DecodingError(QStringLiteral("Réponse du moteur illisible : tâche %1.").arg(id));
@@ -237,7 +239,8 @@ QCoro::Task<StemJob> BackendService::getJob(QString id) {
 
 QCoro::Task<QList<StemJob>> BackendService::listJobs() {
     const ReplyPtr reply(send(Method::get, QStringLiteral("api/jobs"), requestTimeout));
-    const QByteArray body = co_await answer(reply.get());
+    QCoro::Task<QByteArray> answering = answer(reply.get());
+    const QByteArray body = co_await answering;
     std::optional<QList<StemJob>> jobs = StemJob::listFromJsonText(body);
     if (!jobs)
         throw DecodingError(QStringLiteral("Réponse du moteur illisible : liste des tâches."));
@@ -248,12 +251,14 @@ QCoro::Task<QList<StemJob>> BackendService::listJobs() {
 
 QCoro::Task<> BackendService::cancelJob(QString id) {
     const ReplyPtr reply(send(Method::post, jobPath(id, "/cancel"), postTimeout));
-    co_await answer(reply.get());
+    QCoro::Task<QByteArray> answering = answer(reply.get());
+    co_await answering;
 }
 
 QCoro::Task<> BackendService::trashJob(QString id) {
     const ReplyPtr reply(send(Method::post, jobPath(id, "/trash"), postTimeout));
-    co_await answer(reply.get());
+    QCoro::Task<QByteArray> answering = answer(reply.get());
+    co_await answering;
 }
 
 QString BackendService::localStemURL(const QString& jobId, const QString& fileName) const {
@@ -278,7 +283,8 @@ QCoro::Task<std::optional<QString>> BackendService::downloadStem(QString jobId, 
         if (statusOf(stemReply) == 200)
             file.write(stemReply->readAll());
     });
-    co_await qCoro(stemReply).waitForFinished();
+    QCoro::Task<bool> finished = qCoro(stemReply).waitForFinished();
+    co_await finished;
     if (const std::optional<TransportError> failure = transportFailure(stemReply)) {
         file.cancelWriting();
         m_config.console(QStringLiteral("[Halvorn] Piste %1 indisponible : %2").arg(raw, failure->message()));

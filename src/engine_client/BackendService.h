@@ -17,7 +17,8 @@ class QNetworkReply;
 
 // The only client of the engine's web interface. Failed calls raise BackendError (the engine answered
 // 400 or more), TransportError (no usable answer) or DecodingError (an unreadable record); health() and
-// downloadStem() never raise. Used from the main thread; requests run on Qt's network threads.
+// downloadStem() never raise; createJobFromFile() also raises UploadError (the file cannot be read). Used
+// from the main thread; requests run on Qt's network threads, uploads on the thread pool.
 class BackendService : public QObject {
     Q_OBJECT
 
@@ -25,7 +26,7 @@ public:
     struct Config {
         QUrl baseURL;      // requests append their path to it
         QString cacheRoot; // stems of job {id} go to "{cacheRoot}/{id}"
-        QString tempDir;   // upload bodies
+        QString tempDir;   // unused: uploads are sent from the file itself
         // Told the version of every health record that arrives (the runtime's running version).
         std::function<void(const std::optional<QString>& version)> recordRunningVersion;
         ConsoleLineSink console = printConsoleLine; // "[Halvorn] …" lines
@@ -53,6 +54,7 @@ public:
 
     QCoro::Task<std::optional<BackendHealth>> health();
     QCoro::Task<bool> isReady();
+    // POSTs the multipart form of MultipartUpload, its file part sent straight from the file.
     QCoro::Task<QString> createJobFromFile(QString filePath, QList<StemKind> stems);
     QCoro::Task<QString> createJobFromURL(QString url, QList<StemKind> stems);
     QCoro::Task<StemJob> getJob(QString id);
@@ -73,11 +75,13 @@ public:
 private:
     enum class Method { get, post };
     QNetworkReply* send(Method method, const QString& path, std::chrono::milliseconds idleTimeout,
-                        const QByteArray& contentType = {}, QIODevice* body = nullptr,
-                        const QByteArray& bytes = {});
+                        const QByteArray& contentType = {}, const QByteArray& body = {});
     // Waits for the answer and returns its body; raises TransportError or BackendError.
     QCoro::Task<QByteArray> answer(QNetworkReply* reply);
-    QCoro::Task<QString> createdJobId(QNetworkReply* reply);
+    // The body of an answer; raises BackendError when the status is 400 or more.
+    QByteArray accepted(std::optional<int> status, const QByteArray& body) const;
+    // Raises DecodingError when the body holds no job identifier.
+    static QString jobIdOf(const QByteArray& body);
     static QString jobPath(const QString& id, const QString& rest = {});
 
     Config m_config;

@@ -1,12 +1,9 @@
 #include "engine_client/MultipartUpload.h"
 
 #include "engine_client/StemList.h"
-#include "engine_client/UploadError.h"
 
-#include <QFile>
 #include <QFileInfo>
 #include <QUuid>
-#include <memory>
 
 namespace MultipartUpload {
 
@@ -54,42 +51,15 @@ QByteArray tail(const QString& boundary) {
     return "\r\n--" + boundary.toUtf8() + "--\r\n";
 }
 
-void writeBody(const QString& filePath, const QString& bodyPath, const QString& boundary,
-               const QList<StemKind>& stems) {
-    const QString name = QFileInfo(filePath).fileName();
-    QFile source(filePath);
-    if (QFileInfo(filePath).isDir() || !source.open(QIODevice::ReadOnly))
-        throw UploadError(QStringLiteral("Le fichier « %1 » n’a pas pu être ouvert : %2")
-                              .arg(name, QFileInfo::exists(filePath) ? source.errorString()
-                                                                     : QStringLiteral("il n’existe pas.")));
-    QFile body(bodyPath);
-    auto fail = [&](const QString& message) {
-        body.close();
-        QFile::remove(bodyPath);
-        throw UploadError(message);
-    };
-    const auto writeFailure = [&] {
-        return QStringLiteral("Impossible de préparer l’envoi de « %1 » : %2").arg(name, body.errorString());
-    };
-    if (!body.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        throw UploadError(writeFailure());
-    if (body.write(head(boundary, stems, filePath)) < 0)
-        fail(writeFailure());
-    const std::unique_ptr<char[]> buffer(new char[chunkBytes]);
-    for (;;) {
-        const qint64 count = source.read(buffer.get(), chunkBytes);
-        if (count < 0)
-            fail(QStringLiteral("Le fichier « %1 » n’a pas pu être lu : %2").arg(name, source.errorString()));
-        if (count == 0)
-            break;
-        if (body.write(buffer.get(), count) != count)
-            fail(writeFailure());
-    }
-    if (body.write(tail(boundary)) < 0 || !body.flush())
-        fail(writeFailure());
-    body.close();
-    if (body.error() != QFileDevice::NoError)
-        fail(writeFailure());
+QString openFailure(const QString& filePath, const QString& reason) {
+    return QStringLiteral("Le fichier « %1 » n’a pas pu être ouvert : %2")
+        .arg(QFileInfo(filePath).fileName(),
+             QFileInfo::exists(filePath) ? reason : QStringLiteral("il n’existe pas."));
+}
+
+QString readFailure(const QString& filePath, const QString& reason) {
+    return QStringLiteral("Le fichier « %1 » n’a pas pu être lu : %2")
+        .arg(QFileInfo(filePath).fileName(), reason);
 }
 
 } // namespace MultipartUpload

@@ -7,7 +7,8 @@
 #include <QString>
 
 // The multipart form of a job created from a file: a "stems" part holding the JSON list of stem raw
-// values, then a "file" part holding the file. The body is assembled on disk, never in memory.
+// values, then a "file" part holding the file. The file's bytes are sent from the file (FilePost), never
+// held in memory.
 namespace MultipartUpload {
 constexpr qint64 chunkBytes = 4 * 1024 * 1024;
 
@@ -22,8 +23,9 @@ QByteArray contentTypeHeader(const QString& boundary);
 // Everything before the file's bytes, and everything after them.
 QByteArray head(const QString& boundary, const QList<StemKind>& stems, const QString& filePath);
 QByteArray tail(const QString& boundary);
-// Writes the whole body to `bodyPath`, copying the file in chunks of at most `chunkBytes`. Throws
-// UploadError (with no file left at `bodyPath`) when the file cannot be read or the body written.
-void writeBody(const QString& filePath, const QString& bodyPath, const QString& boundary,
-               const QList<StemKind>& stems);
+// "Le fichier « {name} » n’a pas pu être ouvert : {reason}", the reason being "il n’existe pas." for
+// a missing file.
+QString openFailure(const QString& filePath, const QString& reason);
+// "Le fichier « {name} » n’a pas pu être lu : {reason}"
+QString readFailure(const QString& filePath, const QString& reason);
 } // namespace MultipartUpload

@@ -29,11 +29,9 @@ struct Fixture {
     std::unique_ptr<BackendService> service;
 
     explicit Fixture(const QUrl& base = {}) {
-        QDir(root.path()).mkpath(QStringLiteral("tmp"));
         BackendService::Config config;
         config.baseURL = base.isEmpty() ? server.baseUrl() : base;
         config.cacheRoot = root.filePath(QStringLiteral("cache/Halvorn"));
-        config.tempDir = root.filePath(QStringLiteral("tmp"));
         config.recordRunningVersion = [this](const std::optional<QString>& v) { recordedVersions.append(v); };
         config.console = [this](const QString& line) { console.append(line); };
         service = std::make_unique<BackendService>(config);
@@ -46,10 +44,6 @@ struct Fixture {
             qFatal("cannot write %s", qPrintable(path));
         return path;
     }
-
-    QStringList tempFiles() const {
-        return QDir(root.filePath(QStringLiteral("tmp"))).entryList(QDir::Files | QDir::Hidden);
-    }
 };
 
 template <typename Error, typename T> QCoro::Task<QString> failureMessage(QCoro::Task<T> task) {
@@ -59,6 +53,22 @@ template <typename Error, typename T> QCoro::Task<QString> failureMessage(QCoro:
         co_return error.message();
     } catch (const std::exception& other) {
         co_return QStringLiteral("wrong error type: ") + QString::fromUtf8(other.what());
+    }
+    co_return QStringLiteral("no error");
+}
+
+// "{error type}: {message}" of the failure of a job creation, or "no error".
+QCoro::Task<QString> typedFailure(QCoro::Task<QString> task) {
+    try {
+        co_await task;
+    } catch (const UploadError& error) {
+        co_return QStringLiteral("UploadError: ") + error.message();
+    } catch (const TransportError& error) {
+        co_return QStringLiteral("TransportError: ") + error.message();
+    } catch (const DecodingError& error) {
+        co_return QStringLiteral("DecodingError: ") + error.message();
+    } catch (const BackendError& error) {
+        co_return QStringLiteral("BackendError: ") + error.message();
     }
     co_return QStringLiteral("no error");
 }
@@ -211,10 +221,9 @@ private slots:
         QCOMPARE(requests[0].body.size(), expected.size());
         QVERIFY(requests[0].body == expected);
         QCOMPARE(requests[0].headers.value("content-length").toLongLong(), expected.size());
-        QVERIFY(f.tempFiles().isEmpty());
     }
 
-    void uploadTempFileRemovedOnFailure() {
+    void uploadRefusedByEngine() {
         Fixture f;
         f.server.route(
             "POST", "/api/jobs",
@@ -222,34 +231,44 @@ private slots:
         const QString path = f.writeFile(QStringLiteral("a.ogg"), "OggS");
         QCOMPARE(failureOf<BackendError>(f.service->createJobFromFile(path, {StemKind::bass})),
                  QStringLiteral("Format refusé"));
-        QVERIFY(f.tempFiles().isEmpty());
         QCOMPARE(f.console, QStringList{QStringLiteral("[Halvorn] ❌ Backend 422: Format refusé")});
     }
 
-    void uploadOfMissingFile() {
-        Fixture f;
-        const QString message = failureOf<UploadError>(
-            f.service->createJobFromFile(f.root.filePath(QStringLiteral("absent.wav")), {StemKind::bass}));
-        QVERIFY2(message.contains(QStringLiteral("absent.wav")), qPrintable(message));
-        QCOMPARE(f.server.requests().size(), 0);
-        QVERIFY(f.tempFiles().isEmpty());
+    void uploadFailures_data() {
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<bool>("listening");
+        QTest::addColumn<QByteArray>("answer");
+        QTest::addColumn<QString>("failure");
+        QTest::addColumn<int>("requests");
+        QTest::newRow("missing file")
+            << "absent.wav" << true << QByteArray()
+            << "UploadError: Le fichier « absent.wav » n’a pas pu être ouvert : il n’existe pas." << 0;
+        QTest::newRow("folder")
+            << "dossier.wav" << true << QByteArray()
+            << "UploadError: Le fichier « dossier.wav » n’a pas pu être ouvert : c’est un dossier." << 0;
+        QTest::newRow("nothing listening") << "a.wav" << false << QByteArray()
+                                           << "TransportError: Impossible de se connecter au serveur." << 0;
+        QTest::newRow("answer without identifier")
+            << "a.wav" << true << QByteArray(R"({"id":"x"})")
+            << "DecodingError: Réponse du moteur illisible : identifiant de tâche manquant." << 1;
     }
 
-    void uploadToUnwritableTempFolder() {
-        TestHttpServer server;
-        BackendService::Config config;
-        config.baseURL = server.baseUrl();
-        config.tempDir = QStringLiteral("/proc/no-such-folder");
-        config.console = [](const QString&) {};
-        BackendService service(config);
-        QTemporaryDir dir;
-        QFile file(dir.filePath(QStringLiteral("a.wav")));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write("RIFF");
-        file.close();
-        QVERIFY(!failureOf<UploadError>(service.createJobFromFile(file.fileName(), {}))
-                     .startsWith(QStringLiteral("no")));
-        QCOMPARE(server.requests().size(), 0);
+    void uploadFailures() {
+        QFETCH(QString, file);
+        QFETCH(bool, listening);
+        QFETCH(QByteArray, answer);
+        QFETCH(QString, failure);
+        QFETCH(int, requests);
+        Fixture f(listening ? QUrl()
+                            : QUrl(QStringLiteral("http://127.0.0.1:%1/").arg(TestSupport::freePort())));
+        f.server.route("POST", "/api/jobs", Response::json(200, answer));
+        f.writeFile(QStringLiteral("a.wav"), "RIFF");
+        QDir(f.root.path()).mkpath(QStringLiteral("dossier.wav"));
+        QCOMPARE(QCoro::waitFor(
+                     typedFailure(f.service->createJobFromFile(f.root.filePath(file), {StemKind::bass}))),
+                 failure);
+        QCOMPARE(f.server.requests().size(), requests);
+        QVERIFY(f.console.isEmpty());
     }
 
     void createFromAddress() {

@@ -20,11 +20,19 @@ public:
 
 private:
     void read() {
+        if (m_answeredBeforeBody)
+            return; // the body stays in the socket
         m_input.append(m_socket->readAll());
         if (m_answered)
             return;
         if (!m_headRead && !readHead())
             return;
+        if (m_server->answersBeforeBody()) {
+            m_socket->setReadBufferSize(1);
+            m_answered = m_answeredBeforeBody = true;
+            answer(m_server->respond(m_request));
+            return;
+        }
         if (!readBody())
             return;
         m_answered = true;
@@ -150,6 +158,7 @@ private:
     bool m_headRead = false;
     bool m_chunked = false;
     bool m_answered = false;
+    bool m_answeredBeforeBody = false;
     qint64 m_remaining = 0;
 };
 
@@ -235,6 +244,16 @@ int TestHttpServer::requestCount(const QByteArray& path) const {
 qint64 TestHttpServer::bodyBytesReceived() const {
     QMutexLocker lock(&m_mutex);
     return m_bodyBytes;
+}
+
+void TestHttpServer::setAnswerBeforeBody(bool early) {
+    QMutexLocker lock(&m_mutex);
+    m_answerBeforeBody = early;
+}
+
+bool TestHttpServer::answersBeforeBody() const {
+    QMutexLocker lock(&m_mutex);
+    return m_answerBeforeBody;
 }
 
 bool TestHttpServer::countBodyBytes(qint64 count) {

@@ -62,6 +62,9 @@ public:
     void route(const QByteArray& method, const QByteArray& path, Handler handler);
     // When false, request bodies are read and counted but not kept (large uploads).
     void setRecordBodies(bool record);
+    // When true, a request is answered as soon as its head has arrived; its body is left unread, and the
+    // connection is closed after the answer.
+    void setAnswerBeforeBody(bool early);
 
     QList<Request> requests() const;
     int requestCount(const QByteArray& path) const;
@@ -73,6 +76,7 @@ private:
     friend class TestHttpConnection;
     Response respond(const Request& request);
     bool countBodyBytes(qint64 count); // whether bodies are kept
+    bool answersBeforeBody() const;
 
     std::unique_ptr<QThread> m_thread;
     std::unique_ptr<QObject> m_context; // lives in m_thread
@@ -82,5 +86,6 @@ private:
     QMap<QByteArray, Handler> m_routes; // "METHOD path"
     QList<Request> m_requests;
     bool m_recordBodies = true;
+    bool m_answerBeforeBody = false;
     qint64 m_bodyBytes = 0;
 };
