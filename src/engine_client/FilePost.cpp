@@ -98,13 +98,12 @@ public:
         : m_idle(request.idleTimeout)
         , m_end(Clock::now() + request.totalTimeout) {}
 
-    int socket() const { return m_socket.get(); }
-
     std::optional<Failure> open(const QUrl& url) {
         addrinfo hints{};
         hints.ai_family = AF_UNSPEC;
         hints.ai_socktype = SOCK_STREAM;
-        hints.ai_flags = AI_NUMERICSERV | AI_ADDRCONFIG;
+        // No AI_ADDRCONFIG: a machine whose only interface is the loopback must still connect.
+        hints.ai_flags = AI_NUMERICSERV;
         addrinfo* found = nullptr;
         const QByteArray host = url.host(QUrl::FullyEncoded).toUtf8();
         const QByteArray port = QByteArray::number(url.port(80));

@@ -92,6 +92,18 @@ private slots:
         QVERIFY(requests[0].body == "HEAD|" + content + "|TAIL");
     }
 
+    // A host name is looked up; where "localhost" names ::1 first (nothing listens there), the next
+    // address is tried.
+    void hostName() {
+        Fixture f;
+        f.server.route("POST", "/api/jobs", Response::json(200, R"({"job_id":"l"})"));
+        FilePost::Request request = f.request(f.writeFile("abc"));
+        request.url = QUrl(QStringLiteral("http://localhost:%1/api/jobs").arg(f.server.port()));
+        QCOMPARE(answerOf(FilePost::send(request)).status, 200);
+        QCOMPARE(f.server.requests().value(0).headers.value("host"),
+                 QByteArray("localhost:") + QByteArray::number(f.server.port()));
+    }
+
     void answerFramings_data() {
         QTest::addColumn<Response>("response");
         QTest::addColumn<int>("status");
