@@ -1,5 +1,6 @@
 #include "Command.h"
 #include "ConvertCommand.h"
+#include "DiagnoseCommand.h"
 #include "EngineCommand.h"
 #include "PlayCommand.h"
 #include "SelfUpdateCommand.h"
@@ -10,6 +11,7 @@ QList<Command> allCommands() {
     QList<Command> commands;
     commands.append(separateCommand());
     commands.append(engineCommand());
+    commands.append(diagnoseCommand());
     commands.append(selfUpdateCommand());
     commands.append(convertCommand());
     commands.append(waveformCommand());

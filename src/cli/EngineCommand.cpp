@@ -3,6 +3,7 @@
 #include "Console.h"
 #include "EngineAddress.h"
 #include "app/AppState.h"
+#include "diagnostics/EngineStatusText.h"
 #include "engine_client/BackendService.h"
 #include "platform/PortListeners.h"
 #include "platform/UserError.h"
@@ -69,12 +70,13 @@ QCoro::Task<int> status(QUrl address) {
     BackendService backend(config);
     const std::optional<BackendHealth> health = co_await backend.health();
     if (!health) {
-        Console::out(QStringLiteral("❌ %1 → NON ACCESSIBLE").arg(address.toString()));
+        Console::out(EngineStatusText::unreachable(address));
         co_return ExitCode::failure;
     }
-    Console::out(QStringLiteral("%1 %2 → moteur Halvorn %3 (%4)")
-                     .arg(health->isOk() ? QStringLiteral("✅") : QStringLiteral("⚠️"), address.toString(),
-                          health->version.value_or(QStringLiteral("?")), health->status));
+    Console::out(QStringLiteral("%1 %2 (%3)")
+                     .arg(health->isOk() ? QStringLiteral("✅") : QStringLiteral("⚠️"),
+                          EngineStatusText::reachable(address, health->version.value_or(QStringLiteral("?"))),
+                          health->status));
     co_return health->isOk() ? ExitCode::success : ExitCode::failure;
 }
 
