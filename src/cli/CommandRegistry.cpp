@@ -1,15 +1,31 @@
+#include "CancelCommand.h"
 #include "Command.h"
 #include "ConvertCommand.h"
 #include "DiagnoseCommand.h"
+#include "DownloadCommand.h"
 #include "EngineCommand.h"
+#include "FollowCommand.h"
+#include "HealthCommand.h"
+#include "JobCommand.h"
+#include "JobsCommand.h"
 #include "PlayCommand.h"
 #include "SelfUpdateCommand.h"
 #include "SeparateCommand.h"
+#include "SubmitCommand.h"
+#include "TrashCommand.h"
 #include "WaveformCommand.h"
 
 QList<Command> allCommands() {
     QList<Command> commands;
     commands.append(separateCommand());
+    commands.append(healthCommand());
+    commands.append(jobsCommand());
+    commands.append(jobCommand());
+    commands.append(followCommand());
+    commands.append(submitCommand());
+    commands.append(cancelCommand());
+    commands.append(trashCommand());
+    commands.append(downloadCommand());
     commands.append(engineCommand());
     commands.append(diagnoseCommand());
     commands.append(selfUpdateCommand());

@@ -73,22 +73,21 @@ QCoro::Task<int> runSelfUpdate(QStringList arguments) {
     }
     co_await updater.performCheck();
     const UpdaterState state = updater.state();
-    switch (state.kind()) {
-    case UpdaterState::Kind::upToDate:
+    if (state.kind() == UpdaterState::Kind::upToDate) {
         Console::out(QStringLiteral("Marlune est à jour"));
         Console::out(
             QStringLiteral("Vous utilisez la version %1, la plus récente.").arg(updater.currentVersion()));
         co_return ExitCode::success;
-    case UpdaterState::Kind::updateAvailable:
-        Console::out(QStringLiteral("Version %1 disponible").arg(state.release().version()));
-        if (!updater.releaseNotes().isEmpty())
-            Console::out(updater.releaseNotes());
-        if (checkOnly)
-            co_return ExitCode::success;
-        co_return co_await install(updater, state.release());
-    default:
-        co_return reportFailure(state);
     }
+    if (state.kind() != UpdaterState::Kind::updateAvailable)
+        co_return reportFailure(state);
+    const GitHubRelease offered = state.release();
+    Console::out(QStringLiteral("Version %1 disponible").arg(offered.version()));
+    if (!updater.releaseNotes().isEmpty())
+        Console::out(updater.releaseNotes());
+    if (checkOnly)
+        co_return ExitCode::success;
+    co_return co_await install(updater, offered);
 }
 
 } // namespace

@@ -2,6 +2,8 @@
 
 #include "Console.h"
 #include "EngineAddress.h"
+#include "ProgressBar.h"
+#include "StemOption.h"
 #include "app/AppState.h"
 #include "audio/ExportService.h"
 #include "audio/MixExportService.h"
@@ -41,15 +43,10 @@ std::optional<Options> parse(QStringList arguments, QString* error) {
         if (argument == QLatin1String("--mix")) {
             options.mix = true;
         } else if (argument == QLatin1String("--stems") && hasValue) {
-            for (const QString& name : arguments[++i].split(QLatin1Char(','), Qt::SkipEmptyParts)) {
-                const auto kind = StemKinds::fromRawValue(name.trimmed());
-                if (!kind || !StemKinds::separable().contains(*kind)) {
-                    *error = QStringLiteral("Piste inconnue : %1 (vocals, drums, bass, guitar, piano, other)")
-                                 .arg(name);
-                    return std::nullopt;
-                }
-                options.stems.insert(*kind);
-            }
+            const std::optional<QList<StemKind>> chosen = parseStemOption(arguments[++i], error);
+            if (!chosen)
+                return std::nullopt;
+            options.stems = QSet<StemKind>(chosen->begin(), chosen->end());
         } else if (argument == QLatin1String("--format") && hasValue) {
             const QString format = arguments[++i].toLower();
             if (format != QLatin1String("wav") && format != QLatin1String("mp3")) {
@@ -75,14 +72,10 @@ std::optional<Options> parse(QStringList arguments, QString* error) {
 
 // "\r[####······] 42 % Séparation des pistes… — stage" on standard error.
 void showProgress(const JobProgress& progress) {
-    constexpr int width = 24;
-    const int filled = std::clamp(int(progress.percent / 100.0 * width + 0.5), 0, width);
-    const QString bar = QString(filled, QLatin1Char('#')) + QString(width - filled, QChar(0x00B7));
-    QString line =
-        QStringLiteral("\r[%1] %2 % %3").arg(bar).arg(int(progress.percent), 3).arg(progress.phase);
+    QString text = progress.phase;
     if (progress.message != progress.phase)
-        line += QStringLiteral(" — ") + progress.message;
-    Console::errRaw(line.leftJustified(100));
+        text += QStringLiteral(" — ") + progress.message;
+    ProgressBar::show(progress.percent, text);
 }
 
 // The studio's stem loading: the job's stems, else the seven fallback kinds, each downloaded to the cache.

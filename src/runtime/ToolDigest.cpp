@@ -1,30 +1,19 @@
 #include "ToolDigest.h"
 
 #include "SetupError.h"
+#include "platform/FileSha256.h"
 
 #include <QCoro/QCoroFuture>
-#include <QCryptographicHash>
-#include <QFile>
 #include <QtConcurrent>
 
 namespace ToolDigest {
 
-std::optional<QString> sha256HexOf(const QString& path) {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return std::nullopt;
-    QCryptographicHash hash(QCryptographicHash::Sha256);
-    if (!hash.addData(&file) || !file.atEnd())
-        return std::nullopt;
-    return QString::fromLatin1(hash.result().toHex());
-}
-
 QCoro::Task<QString> sha256Hex(QString path) {
-    QFuture<std::optional<QString>> hashing = QtConcurrent::run([path] { return sha256HexOf(path); });
-    const std::optional<QString> digest = co_await hashing;
+    QFuture<std::optional<QByteArray>> hashing = QtConcurrent::run([path] { return FileSha256::hex(path); });
+    const std::optional<QByteArray> digest = co_await hashing;
     if (!digest)
         throw SetupError(QStringLiteral("Lecture impossible : %1").arg(path));
-    co_return *digest;
+    co_return QString::fromLatin1(*digest);
 }
 
 QCoro::Task<> verify(QString path, QString expected, QString fileName) {

@@ -7,11 +7,8 @@
 // SHA-256 digests of downloaded tools.
 namespace ToolDigest {
 
-// 64 lower-case hexadecimal digits of the whole file, read as a stream; nothing when it cannot be read.
-// Blocking.
-std::optional<QString> sha256HexOf(const QString& path);
-
-// The same on a worker thread; throws SetupError when the file cannot be read.
+// 64 lower-case hexadecimal digits of the whole file, hashed on a worker thread; throws SetupError when
+// the file cannot be read.
 QCoro::Task<QString> sha256Hex(QString path);
 
 // Throws SetupError("Somme de contrôle invalide pour {fileName}") unless the file's digest is `expected`.

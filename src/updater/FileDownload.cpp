@@ -54,7 +54,9 @@ QCoro::Task<QString> downloadToFile(QNetworkAccessManager& network, QUrl url, QS
     if (onProgress)
         QObject::connect(reply.get(), &QNetworkReply::downloadProgress, reply.get(), onProgress);
 
-    co_await qCoro(reply.get()).waitForFinished();
+    QCoro::Task<bool> finished =
+        qCoro(reply.get()).waitForFinished(); // no temporaries inside co_await (g++ 12)
+    co_await finished;
 
     drain();
     errno = 0;

@@ -1,5 +1,6 @@
 #include "UpdaterConfig.h"
 
+#include "platform/BaseAddresses.h"
 #include "platform/Places.h"
 
 #include <BuildInfo.h>
@@ -13,11 +14,7 @@ UpdaterConfig UpdaterConfig::fromBuild() {
     config.currentVersion = QStringLiteral(MARLUNE_VERSION);
     if (config.currentVersion.isEmpty())
         config.currentVersion = QStringLiteral("0.0.0");
-    config.apiBase = qEnvironmentVariableIsEmpty("MARLUNE_GITHUB_API_URL")
-                         ? QString::fromLatin1(defaultApiBase)
-                         : qEnvironmentVariable("MARLUNE_GITHUB_API_URL");
-    while (config.apiBase.endsWith(QLatin1Char('/')))
-        config.apiBase.chop(1);
+    config.apiBase = BaseAddresses::fromEnvironment().githubApi;
     config.temporaryDir = Places::tempDir();
     config.quitApplication = [] { QCoreApplication::quit(); };
     return config;

@@ -15,8 +15,6 @@ struct UpdaterConfig {
     QString temporaryDir;                          // where downloads are written
     std::function<void()> quitApplication;         // default: QCoreApplication::quit
 
-    static constexpr const char* defaultApiBase = "https://api.github.com";
-
     // The build-time values (MARLUNE_UPDATE_REPO, MARLUNE_VERSION), with the environment overrides
     // MARLUNE_UPDATE_REPO and MARLUNE_GITHUB_API_URL.
     static UpdaterConfig fromBuild();

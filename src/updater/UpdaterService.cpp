@@ -139,7 +139,8 @@ void UpdaterService::checkForUpdates() {
 }
 
 QCoro::Task<> UpdaterService::performCheck() {
-    co_await runCheck(nullptr);
+    QCoro::Task<> check = runCheck(nullptr); // no temporaries inside co_await (g++ 12)
+    co_await check;
 }
 
 QCoro::Task<> UpdaterService::runCheck(std::shared_ptr<CheckTicket> ticket) {
@@ -165,7 +166,8 @@ QCoro::Task<> UpdaterService::runCheck(std::shared_ptr<CheckTicket> ticket) {
     const auto disposeReply = qScopeGuard([reply] { reply->deleteLater(); });
     if (ticket)
         ticket->reply = reply;
-    co_await qCoro(reply).waitForFinished();
+    QCoro::Task<bool> finished = qCoro(reply).waitForFinished();
+    co_await finished;
     if (!self || (ticket && ticket->abandoned))
         co_return;
     if (reply->error() != QNetworkReply::NoError && !isHttpStatusError(reply->error())) {
@@ -233,13 +235,16 @@ QCoro::Task<> UpdaterService::installRelease(GitHubRelease release) {
     QPointer<UpdaterService> self(this);
     m_installRunning = true;
     setState(UpdaterState::downloading(0));
+    // Arguments built beforehand: g++ 12 destroys temporaries of a co_await expression twice.
+    const std::function<void(qint64, qint64)> onProgress = [self, size = asset->size](qint64 received,
+                                                                                      qint64 total) {
+        if (self)
+            self->reportProgress(received, total, size);
+    };
+    const QString folder = m_config.temporaryDir;
     QString downloaded;
     try {
-        downloaded = co_await downloadToFile(sharedNetworkAccess(), url, m_config.temporaryDir,
-                                             [self, size = asset->size](qint64 received, qint64 total) {
-                                                 if (self)
-                                                     self->reportProgress(received, total, size);
-                                             });
+        downloaded = co_await downloadToFile(sharedNetworkAccess(), url, folder, onProgress);
     } catch (const UserError& error) {
         if (self) {
             m_installRunning = false;

@@ -1,21 +1,6 @@
-#include <QProcess>
+#include "support/MarluneProcess.h"
+
 #include <QtTest>
-
-namespace {
-struct Run {
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
-
-Run runMarlune(const QStringList& arguments) {
-    QProcess process;
-    process.start(qEnvironmentVariable("MARLUNE_BINARY"), arguments);
-    process.waitForFinished(30000);
-    return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-            QString::fromUtf8(process.readAllStandardError())};
-}
-} // namespace
 
 class CliMainTest : public QObject {
     Q_OBJECT
@@ -40,7 +25,7 @@ private Q_SLOTS:
         QFETCH(int, exitCode);
         QFETCH(QString, outStart);
         QFETCH(QString, errStart);
-        const Run run = runMarlune(arguments);
+        const MarluneRun run = runMarlune(arguments);
         QCOMPARE(run.exitCode, exitCode);
         QVERIFY2(run.out.startsWith(outStart), qPrintable(run.out));
         QVERIFY2(run.err.startsWith(errStart), qPrintable(run.err));

@@ -1,3 +1,6 @@
+#include "support/FFmpegFixture.h"
+#include "support/MarluneProcess.h"
+
 #include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -13,33 +16,12 @@ struct Run {
     QStringList err;
 };
 
-QStringList linesOf(const QByteArray& bytes) {
-    QStringList lines = QString::fromUtf8(bytes).split(QLatin1Char('\n'));
-    if (!lines.isEmpty() && lines.last().isEmpty())
-        lines.removeLast();
-    return lines;
-}
-
-Run runMarlune(const QStringList& arguments,
-               const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment(),
-               const QString& workingDirectory = QString()) {
-    QProcess process;
-    process.setProcessEnvironment(environment);
-    if (!workingDirectory.isEmpty())
-        process.setWorkingDirectory(workingDirectory);
-    process.start(qEnvironmentVariable("MARLUNE_BINARY"), QStringList{QStringLiteral("convert")} + arguments);
-    process.waitForFinished(60000);
-    return {process.exitCode(), linesOf(process.readAllStandardOutput()),
-            linesOf(process.readAllStandardError())};
-}
-
-void makeTone(const QString& path) {
-    QProcess process;
-    process.start(QStringLiteral("/usr/bin/ffmpeg"),
-                  {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-y"), QStringLiteral("-f"),
-                   QStringLiteral("lavfi"), QStringLiteral("-i"), QStringLiteral("sine=f=440:d=0.3"), path});
-    process.waitForFinished(30000);
-    QVERIFY(process.exitCode() == 0);
+Run convert(const QStringList& arguments,
+            const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment(),
+            const QString& workingDirectory = QString()) {
+    const MarluneRun run =
+        runMarlune(QStringList{QStringLiteral("convert")} + arguments, environment, 60000, workingDirectory);
+    return {run.exitCode, run.outLines(), run.errLines()};
 }
 
 QString codecOf(const QString& path) {
@@ -62,16 +44,16 @@ class ConvertCommandTest : public QObject {
 private Q_SLOTS:
     void initTestCase() {
         QVERIFY2(QFile::exists(qEnvironmentVariable("MARLUNE_BINARY")), "MARLUNE_BINARY not set");
-        makeTone(path(QStringLiteral("a.wav")));
-        makeTone(path(QStringLiteral("b.flac")));
-        makeTone(path(QStringLiteral("-dash é.ogg")));
+        QVERIFY(TestSupport::makeWithFFmpeg({"-f", "lavfi", "-i", "sine=f=440:d=0.3", path("a.wav")}));
+        QVERIFY(TestSupport::makeWithFFmpeg({"-f", "lavfi", "-i", "sine=f=440:d=0.3", path("b.flac")}));
+        QVERIFY(TestSupport::makeWithFFmpeg({"-f", "lavfi", "-i", "sine=f=440:d=0.3", path("-dash é.ogg")}));
     }
 
     void convertsIntoFolderAsMp3() {
         const QString out = path(QStringLiteral("out/nested"));
         const Run run =
-            runMarlune({path(QStringLiteral("a.wav")), QStringLiteral("--format"), QStringLiteral("MP3"),
-                        QStringLiteral("--out"), out, path(QStringLiteral("b.flac"))});
+            convert({path(QStringLiteral("a.wav")), QStringLiteral("--format"), QStringLiteral("MP3"),
+                     QStringLiteral("--out"), out, path(QStringLiteral("b.flac"))});
         QCOMPARE(run.exitCode, 0);
         QCOMPARE(run.out, (QStringList{QStringLiteral("✅ a.wav → ") + out + QStringLiteral("/a.mp3"),
                                        QStringLiteral("✅ b.flac → ") + out + QStringLiteral("/b.mp3")}));
@@ -81,8 +63,8 @@ private Q_SLOTS:
     }
 
     void defaultsToWavNextToSource() {
-        const Run run = runMarlune({QStringLiteral("--"), QStringLiteral("-dash é.ogg")},
-                                   QProcessEnvironment::systemEnvironment(), m_dir.path());
+        const Run run = convert({QStringLiteral("--"), QStringLiteral("-dash é.ogg")},
+                                QProcessEnvironment::systemEnvironment(), m_dir.path());
         QCOMPARE(run.exitCode, 0);
         QCOMPARE(run.out,
                  QStringList{QStringLiteral("✅ -dash é.ogg → ") + path(QStringLiteral("-dash é.wav"))});
@@ -91,9 +73,9 @@ private Q_SLOTS:
 
     void failedFilesAreReportedAndExitOne() {
         const QString out = path(QStringLiteral("partial"));
-        const Run run = runMarlune({QStringLiteral("--out=") + out, path(QStringLiteral("missing.wav")),
-                                    path(QStringLiteral("a.wav")), path(QStringLiteral("b.flac")),
-                                    path(QStringLiteral("a.wav"))});
+        const Run run = convert({QStringLiteral("--out=") + out, path(QStringLiteral("missing.wav")),
+                                 path(QStringLiteral("a.wav")), path(QStringLiteral("b.flac")),
+                                 path(QStringLiteral("a.wav"))});
         QCOMPARE(run.exitCode, 1);
         QCOMPARE(run.out.size(), 2);
         QCOMPARE(run.err, QStringList{QStringLiteral("❌ missing.wav : fichier introuvable")});
@@ -104,7 +86,7 @@ private Q_SLOTS:
         QFile notes(path(QStringLiteral("notes.txt")));
         QVERIFY(notes.open(QIODevice::WriteOnly));
         notes.close();
-        const Run run = runMarlune({path(QStringLiteral("notes.txt"))});
+        const Run run = convert({path(QStringLiteral("notes.txt"))});
         QCOMPARE(run.exitCode, 1);
         QVERIFY(run.out.isEmpty());
         QCOMPARE(run.err.size(), 1);
@@ -124,17 +106,17 @@ private Q_SLOTS:
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("XDG_DATA_HOME"), data.path());
 
-        const Run run = runMarlune(
-            {path(QStringLiteral("a.wav")), QStringLiteral("--out"), path(QStringLiteral("never"))},
-            environment);
+        const Run run =
+            convert({path(QStringLiteral("a.wav")), QStringLiteral("--out"), path(QStringLiteral("never"))},
+                    environment);
         QCOMPARE(run.exitCode, 1);
         QVERIFY(run.out.isEmpty());
         QCOMPARE(run.err, QStringList{QStringLiteral("❌ a.wav : ffmpeg a échoué : first line last line")});
     }
 
     void verboseShowsServiceLinesOnStandardError() {
-        const Run run = runMarlune({QStringLiteral("--verbose"), path(QStringLiteral("a.wav")),
-                                    QStringLiteral("--out"), path(QStringLiteral("verbose"))});
+        const Run run = convert({QStringLiteral("--verbose"), path(QStringLiteral("a.wav")),
+                                 QStringLiteral("--out"), path(QStringLiteral("verbose"))});
         QCOMPARE(run.exitCode, 0);
         QCOMPARE(run.out.size(), 1);
         QVERIFY2(run.err.contains(QStringLiteral("[ExportService] ✅ Converted a.wav → a.wav")),
@@ -157,7 +139,7 @@ private Q_SLOTS:
     void usageErrors() {
         QFETCH(QStringList, arguments);
         QFETCH(QString, firstLine);
-        const Run run = runMarlune(arguments);
+        const Run run = convert(arguments);
         QCOMPARE(run.exitCode, 2);
         QVERIFY(run.out.isEmpty());
         QCOMPARE(run.err.value(0), firstLine);
@@ -168,7 +150,7 @@ private Q_SLOTS:
         QFile blocker(path(QStringLiteral("blocker")));
         QVERIFY(blocker.open(QIODevice::WriteOnly));
         blocker.close();
-        const Run run = runMarlune(
+        const Run run = convert(
             {path(QStringLiteral("a.wav")), QStringLiteral("--out"), path(QStringLiteral("blocker/sub"))});
         QCOMPARE(run.exitCode, 1);
         QCOMPARE(run.err, QStringList{QStringLiteral("Impossible de créer le dossier : ") +

@@ -1,27 +1,16 @@
 #include "support/FFmpegFixture.h"
+#include "support/MarluneProcess.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
 
 namespace {
-struct Run {
-    int exitCode = -1;
-    QByteArray out;
-    QString err;
-};
-
-Run waveform(const QStringList& arguments) {
-    QProcess process;
-    process.start(qEnvironmentVariable("MARLUNE_BINARY"),
-                  QStringList{QStringLiteral("waveform")} + arguments);
-    process.waitForFinished(60000);
-    return {process.exitCode(), process.readAllStandardOutput(),
-            QString::fromUtf8(process.readAllStandardError())};
+MarluneRun waveform(const QStringList& arguments) {
+    return runMarlune(QStringList{QStringLiteral("waveform")} + arguments);
 }
-
 } // namespace
 
 class WaveformCommandTest : public QObject {
@@ -58,11 +47,11 @@ private Q_SLOTS:
         QFETCH(QString, file);
         QFETCH(QStringList, options);
         QFETCH(int, points);
-        const Run run = waveform(QStringList{path(file)} + options);
+        const MarluneRun run = waveform(QStringList{path(file)} + options);
         QCOMPARE(run.exitCode, 0);
-        QCOMPARE(run.out.count('\n'), 1); // nothing but the array on standard output
+        QCOMPARE(run.out.count(QLatin1Char('\n')), 1); // nothing but the array on standard output
         QJsonParseError error;
-        const QJsonDocument document = QJsonDocument::fromJson(run.out, &error);
+        const QJsonDocument document = QJsonDocument::fromJson(run.out.toUtf8(), &error);
         QCOMPARE(error.error, QJsonParseError::NoError);
         const QJsonArray values = document.array();
         QCOMPARE(values.size(), points);
@@ -98,7 +87,7 @@ private Q_SLOTS:
         for (QString& argument : arguments)
             if (argument.endsWith(QLatin1String(".wav")))
                 argument = path(argument);
-        const Run run = waveform(arguments);
+        const MarluneRun run = waveform(arguments);
         QCOMPARE(run.exitCode, 2);
         QVERIFY2(run.err.startsWith(message), qPrintable(run.err));
         QVERIFY(run.err.contains("Utilisation : marlune waveform FICHIER [--points N]"));
@@ -106,14 +95,14 @@ private Q_SLOTS:
     }
 
     void aMissingFileFails() {
-        const Run run = waveform({path("nowhere.wav")});
+        const MarluneRun run = waveform({path("nowhere.wav")});
         QCOMPARE(run.exitCode, 1);
         QCOMPARE(run.err.trimmed(), QStringLiteral("❌ %1 : fichier introuvable").arg(path("nowhere.wav")));
         QVERIFY(run.out.isEmpty());
     }
 
     void anUnreadableFileFailsWithTheDecodersLine() {
-        const Run run = waveform({path("bad.mp3")});
+        const MarluneRun run = waveform({path("bad.mp3")});
         QCOMPARE(run.exitCode, 1);
         QVERIFY(run.err.contains("[Waveform] AVAudioFile ❌ cannot open bad.mp3"));
         QVERIFY(run.err.contains("❌ bad.mp3 : aucun son lisible dans ce fichier"));

@@ -15,9 +15,29 @@ QProcessEnvironment marluneEnvironment(const QString& home, quint16 enginePort) 
     return environment;
 }
 
-MarluneRun runMarlune(const QStringList& arguments, const QProcessEnvironment& environment, int timeoutMs) {
+namespace {
+QStringList linesOf(const QString& text) {
+    QStringList lines = text.split(QLatin1Char('\n'));
+    if (!lines.isEmpty() && lines.last().isEmpty())
+        lines.removeLast();
+    return lines;
+}
+} // namespace
+
+QStringList MarluneRun::outLines() const {
+    return linesOf(out);
+}
+
+QStringList MarluneRun::errLines() const {
+    return linesOf(err);
+}
+
+MarluneRun runMarlune(const QStringList& arguments, const QProcessEnvironment& environment, int timeoutMs,
+                      const QString& workingDirectory) {
     QProcess process;
     process.setProcessEnvironment(environment);
+    if (!workingDirectory.isEmpty())
+        process.setWorkingDirectory(workingDirectory);
     process.start(qEnvironmentVariable("MARLUNE_BINARY"), arguments);
     process.waitForFinished(timeoutMs);
     return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),

@@ -32,10 +32,12 @@ ReleaseServer::Response notFound() {
 } // namespace
 
 ReleaseServer::ReleaseServer()
-    : m_thread(std::make_unique<QThread>()) {
+    : m_thread(std::make_unique<QThread>())
+    , m_context(std::make_unique<QObject>()) {
+    m_context->moveToThread(m_thread.get());
     m_thread->start();
     QMetaObject::invokeMethod(
-        m_thread.get(),
+        m_context.get(),
         [this] {
             m_server = new QTcpServer;
             m_server->listen(QHostAddress::LocalHost, 0);
@@ -61,7 +63,7 @@ ReleaseServer::ReleaseServer()
 
 ReleaseServer::~ReleaseServer() {
     QMetaObject::invokeMethod(
-        m_thread.get(), [this] { delete m_server; }, Qt::BlockingQueuedConnection);
+        m_context.get(), [this] { delete m_server; }, Qt::BlockingQueuedConnection);
     m_thread->quit();
     m_thread->wait();
 }

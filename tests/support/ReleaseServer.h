@@ -7,6 +7,7 @@
 #include <QString>
 #include <memory>
 
+class QObject;
 class QThread;
 class QTcpServer;
 
@@ -44,6 +45,7 @@ private:
     void serve(class QTcpSocket* socket, const QByteArray& head);
 
     std::unique_ptr<QThread> m_thread;
+    std::unique_ptr<QObject> m_context; // lives in m_thread: where the server's work is queued
     QTcpServer* m_server = nullptr; // lives in m_thread
     quint16 m_port = 0;
     mutable QMutex m_mutex;

@@ -1,4 +1,5 @@
 #include "updater/FileDigest.h"
+#include "platform/FileSha256.h"
 
 #include <QTemporaryDir>
 #include <QtTest>
@@ -23,7 +24,7 @@ private Q_SLOTS:
     }
 
     void hashesContents() {
-        QCOMPARE(FileDigest::sha256Hex(m_dir.filePath("abc")), std::optional<QByteArray>(kAbcDigest));
+        QCOMPARE(FileSha256::hex(m_dir.filePath("abc")), std::optional<QByteArray>(kAbcDigest));
     }
 
     void hashesAcrossBlockBoundaries() {
@@ -35,13 +36,13 @@ private Q_SLOTS:
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write(data);
         file.close();
-        QCOMPARE(*FileDigest::sha256Hex(file.fileName()),
+        QCOMPARE(*FileSha256::hex(file.fileName()),
                  QCryptographicHash::hash(data, QCryptographicHash::Sha256).toHex());
     }
 
     void unreadableFileHasNoDigest() {
-        QCOMPARE(FileDigest::sha256Hex(m_dir.filePath("absent")), std::nullopt);
-        QCOMPARE(FileDigest::sha256Hex(m_dir.path()), std::nullopt);
+        QCOMPARE(FileSha256::hex(m_dir.filePath("absent")), std::nullopt);
+        QCOMPARE(FileSha256::hex(m_dir.path()), std::nullopt);
     }
 
     void matches_data() {

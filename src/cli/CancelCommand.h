@@ -1,0 +1,6 @@
+#pragma once
+
+#include "Command.h"
+
+// `marlune cancel ID`: cancels a job.
+Command cancelCommand();

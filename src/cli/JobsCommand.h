@@ -1,0 +1,6 @@
+#pragma once
+
+#include "Command.h"
+
+// `marlune jobs`: the engine's jobs, newest first.
+Command jobsCommand();
