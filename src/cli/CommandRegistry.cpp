@@ -1,5 +1,6 @@
 #include "CancelCommand.h"
 #include "Command.h"
+#include "ComponentsCommand.h"
 #include "ConvertCommand.h"
 #include "DiagnoseCommand.h"
 #include "DownloadCommand.h"
@@ -11,8 +12,10 @@
 #include "PlayCommand.h"
 #include "SelfUpdateCommand.h"
 #include "SeparateCommand.h"
+#include "SetupCommand.h"
 #include "SubmitCommand.h"
 #include "TrashCommand.h"
+#include "UpdateCommand.h"
 #include "WaveformCommand.h"
 
 QList<Command> allCommands() {
@@ -27,6 +30,9 @@ QList<Command> allCommands() {
     commands.append(trashCommand());
     commands.append(downloadCommand());
     commands.append(engineCommand());
+    commands.append(setupCommand());
+    commands.append(componentsCommand());
+    commands.append(updateCommand());
     commands.append(diagnoseCommand());
     commands.append(selfUpdateCommand());
     commands.append(convertCommand());

@@ -150,7 +150,7 @@ QCoro::Task<> PythonRuntimeService::restartBackend() {
     co_await startBackend(m_port);
 }
 
-QCoro::Task<> PythonRuntimeService::warmUpModels() {
+QCoro::Task<> PythonRuntimeService::warmUpModels(Report report) {
     const QString tag = manifest().backendTag.value_or(QString());
     if (tag.isEmpty() || !isBackendInstalled(tag))
         throw SetupError(QStringLiteral("Backend non installé — configuration requise"));
@@ -158,7 +158,9 @@ QCoro::Task<> PythonRuntimeService::warmUpModels() {
     ToolRunOptions options;
     options.workingDirectory = m_layout.backendDir(tag);
     options.environment = backendEnvironment();
-    options.onLine = [&failed](const QString& line) {
+    options.onLine = [&failed, &report](const QString& line) {
+        if (report)
+            report(line);
         if (line.startsWith(QLatin1String("WARMUP_FAILED "))) {
             const QStringList words = line.mid(14).split(QLatin1Char(' '), Qt::SkipEmptyParts);
             if (!words.isEmpty())

@@ -44,13 +44,6 @@ PythonRuntimeService::~PythonRuntimeService() {
     stopBackendBlocking();
 }
 
-template <typename F> void PythonRuntimeService::onOwnThread(F&& work) {
-    if (QThread::currentThread() == thread())
-        work();
-    else
-        QMetaObject::invokeMethod(this, std::forward<F>(work), Qt::QueuedConnection);
-}
-
 void PythonRuntimeService::purgeOldBackends() {
     const QDir backends(m_layout.backendsDir());
     if (!backends.exists())
@@ -77,9 +70,21 @@ QProcessEnvironment PythonRuntimeService::cleanEnvironment() const {
 }
 
 QProcessEnvironment PythonRuntimeService::backendEnvironment() const {
+    return backendEnvironment(manifest().backendTag.value_or(QString()));
+}
+
+QProcessEnvironment PythonRuntimeService::backendEnvironment(const QString& tag) const {
     const SettingsStore settings(m_config.settingsFile);
-    return ChildEnvironment::backend(cleanEnvironment(), m_layout, manifest().backendTag.value_or(QString()),
-                                     settings, m_config.parentPid);
+    return ChildEnvironment::backend(cleanEnvironment(), m_layout, tag, settings, m_config.parentPid);
+}
+
+void PythonRuntimeService::recordInstalledBackend(const QString& tag, const QStringList& skipped) {
+    {
+        const std::lock_guard<std::mutex> guard(m_opLock);
+        manifest().backendTag = tag;
+        manifest().skippedPackages = skipped.isEmpty() ? std::nullopt : std::optional<QStringList>(skipped);
+    }
+    saveManifest();
 }
 
 void PythonRuntimeService::log(const QString& line) {
@@ -115,12 +120,55 @@ void PythonRuntimeService::setComponents(const QList<ComponentInfo>& components)
     });
 }
 
+bool PythonRuntimeService::tryBeginOperation() {
+    {
+        const std::lock_guard<std::mutex> guard(m_opLock);
+        if (m_busy)
+            return false;
+        m_busy = true;
+    }
+    publishBusy(true);
+    return true;
+}
+
+void PythonRuntimeService::endOperation() {
+    setBusy(false);
+}
+
 void PythonRuntimeService::setBusy(bool busy) {
+    {
+        const std::lock_guard<std::mutex> guard(m_opLock);
+        m_busy = busy;
+    }
+    publishBusy(busy);
+}
+
+void PythonRuntimeService::publishBusy(bool busy) {
     onOwnThread([this, busy] {
         if (m_isBusy == busy)
             return;
         m_isBusy = busy;
         Q_EMIT isBusyChanged();
+    });
+}
+
+void PythonRuntimeService::setComponent(const ComponentInfo& row) {
+    onOwnThread([this, row] {
+        const auto index = static_cast<qsizetype>(row.id);
+        if (index >= m_components.size() || m_components[index] == row)
+            return;
+        m_components[index] = row;
+        Q_EMIT componentsChanged();
+    });
+}
+
+void PythonRuntimeService::setComponentState(ComponentID id, const ComponentInfo::State& state) {
+    onOwnThread([this, id, state] {
+        const auto index = static_cast<qsizetype>(id);
+        if (index >= m_components.size() || m_components[index].state == state)
+            return;
+        m_components[index].state = state;
+        Q_EMIT componentsChanged();
     });
 }
 

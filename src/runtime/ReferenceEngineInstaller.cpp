@@ -1,5 +1,6 @@
 #include "ReferenceEngineInstaller.h"
 
+#include "EngineFolder.h"
 #include "PythonRuntimeService.h"
 #include "SetupError.h"
 #include "ToolRunner.h"
@@ -54,12 +55,11 @@ QCoro::Task<QString> prepareStaging(PythonRuntimeService& runtime, QString sourc
     const QStringList venv{QStringLiteral("-m"), QStringLiteral("venv"),
                            QStringLiteral("--system-site-packages"), QStringLiteral("--without-pip"),
                            staging + QStringLiteral("/.venv")};
-    const QStringList importCheck{QStringLiteral("-c"), QStringLiteral("import app.main")};
     try {
         co_await runTool(systemPython, venv, options);
-        options.workingDirectory = staging;
         const QString python = staging + QStringLiteral("/.venv/bin/python");
-        co_await runTool(python, importCheck, options);
+        const QProcessEnvironment environment = runtime.cleanEnvironment();
+        co_await EngineFolder::checkImports(python, staging, environment);
     } catch (const SetupError& error) {
         co_return error.message();
     }
@@ -121,12 +121,9 @@ QCoro::Task<QString> install(PythonRuntimeService& runtime, QString sourceDir, Q
         QDir(staging).removeRecursively();
         throw SetupError(QStringLiteral("Installation du moteur impossible dans %1").arg(target));
     }
-    QFile marker(layout.readyMarker(tag));
-    if (!marker.open(QIODevice::WriteOnly))
+    if (!EngineFolder::markReady(layout, tag))
         throw SetupError(QStringLiteral("Installation du moteur impossible dans %1").arg(target));
-    marker.close();
-    runtime.manifest().backendTag = tag;
-    runtime.saveManifest();
+    runtime.recordInstalledBackend(tag, QStringList());
     runtime.log(QStringLiteral("✅ Moteur de référence %1 installé").arg(tag));
     co_return tag;
 }

@@ -48,8 +48,9 @@ QCoro::Task<QString> runTool(QString executable, QStringList arguments, ToolRunO
     const bool succeeded = process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
     if (!succeeded) {
         const int status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-        throw SetupError(
-            QStringLiteral("%1 (code %2)\n%3").arg(name).arg(status).arg(lastNonEmptyLines(output, 8)));
+        throw ToolExitError(
+            QStringLiteral("%1 (code %2)\n%3").arg(name).arg(status).arg(lastNonEmptyLines(output, 8)),
+            status);
     }
     co_return output;
 }

@@ -9,6 +9,9 @@
 ToolSources ToolSources::fromEnvironment(const QProcessEnvironment& environment) {
     ToolSources sources;
     sources.addresses = BaseAddresses::fromEnvironment(environment);
+    const QString repository = environment.value(QString::fromLatin1(engineRepositoryVariable)).trimmed();
+    if (!repository.isEmpty())
+        sources.engineRepository = repository;
     const QString trustedPath = environment.value(QString::fromLatin1(trustedTableVariable));
     if (trustedPath.isEmpty())
         return sources;

@@ -12,12 +12,16 @@ struct ToolSources {
     BaseAddresses addresses = BaseAddresses::defaults();
     FixedDownloads downloads = FixedDownloads::builtIn();
     QString platform = FixedDownloads::currentPlatform();
+    QString engineRepository = QStringLiteral("halvornapp/halvorn"); // owner/name of the engine's releases
 
     // A JSON file in the table's format whose rows replace the built-in ones (a mirror's own builds).
     static constexpr const char* trustedTableVariable = "MARLUNE_TOOL_DIGESTS";
+    // Another repository to take the engine's releases and source archives from.
+    static constexpr const char* engineRepositoryVariable = "MARLUNE_ENGINE_REPO";
 
-    // The base addresses from the environment, and the built-in table overridden by the trusted table
-    // when its variable names one; an unreadable or malformed trusted table is ignored with a warning.
+    // The base addresses and the engine repository from the environment, and the built-in table overridden by
+    // the trusted table when its variable names one; an unreadable or malformed trusted table is ignored with
+    // a warning.
     static ToolSources
     fromEnvironment(const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment());
 
