@@ -34,6 +34,11 @@ QCoro::Task<> sleepOnTimer(std::chrono::milliseconds duration) {
     co_await sleep;
 }
 
+QCoro::Task<> refreshWithLatestVersions(PythonRuntimeService& runtime) {
+    QCoro::Task<> refresh = runtime.refreshComponents(true);
+    co_await refresh;
+}
+
 } // namespace
 
 QString DiagnosticReport::defaultTestVideoURL() {
@@ -52,6 +57,7 @@ DiagnosticReport::Config DiagnosticReport::defaultConfig() {
     config.tempDir = Places::tempDir();
     config.testVideoURL = video.isEmpty() ? defaultTestVideoURL() : video;
     config.sleep = sleepOnTimer;
+    config.refreshComponents = refreshWithLatestVersions;
     config.console = printConsoleLine;
     return config;
 }

@@ -35,14 +35,15 @@ public:
         QString tempDir;                     // the test files
         QString testVideoURL;                // a public, very short video
         Sleep sleep;                         // the wait between two polls of the test job
-        RefreshComponents refreshComponents; // brings the runtime's components list up to date
+        RefreshComponents refreshComponents; // brings the runtime's components list up to date (none: as is)
         ConsoleLineSink console;             // the standard-output copy of each line, "[Diag] …"
     };
 
     static constexpr const char* testVideoVariable = "MARLUNE_DIAG_VIDEO_URL";
     static QString defaultTestVideoURL();
     // The Linux candidates, /usr/bin/which, the application's environment, the temporary folder, the
-    // test video of MARLUNE_DIAG_VIDEO_URL or the default one, real sleeps, standard output.
+    // test video of MARLUNE_DIAG_VIDEO_URL or the default one, real sleeps, the runtime's refresh with the
+    // latest versions, standard output.
     static Config defaultConfig();
 
     DiagnosticReport(PythonRuntimeService& runtime, BackendService& backend, Config config = defaultConfig(),

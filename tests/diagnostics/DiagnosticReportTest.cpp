@@ -52,13 +52,18 @@ struct Fixture {
         tempDir = temp.path() + QStringLiteral("/tmp");
         QDir().mkpath(searchDir);
         QDir().mkpath(tempDir);
-        runtime = std::make_unique<PythonRuntimeService>(
-            PythonRuntimeService::Config{{temp.root(), temp.documents(), temp.home(), {}, {}},
-                                         temp.settingsFile(),
-                                         QProcessEnvironment::systemEnvironment(),
-                                         temp.home(),
-                                         QStringLiteral("tester"),
-                                         4242});
+        PythonRuntimeService::Config runtimeConfig{{temp.root(), temp.documents(), temp.home(), {}, {}},
+                                                   temp.settingsFile(),
+                                                   QProcessEnvironment::systemEnvironment(),
+                                                   temp.home(),
+                                                   QStringLiteral("tester"),
+                                                   4242};
+        // Latest-version lookups fail at once; no system compiler or fpcalc.
+        const QString nowhere = QStringLiteral("http://127.0.0.1:%1").arg(TestSupport::freePort());
+        runtimeConfig.tools.addresses = BaseAddresses{nowhere, nowhere, nowhere, nowhere};
+        runtimeConfig.systemTools.compiler = temp.path() + QStringLiteral("/no/cc");
+        runtimeConfig.systemTools.fpcalcCandidates = {};
+        runtime = std::make_unique<PythonRuntimeService>(runtimeConfig);
         BackendService::Config backendConfig;
         backendConfig.baseURL = engine;
         backendConfig.cacheRoot = temp.path() + QStringLiteral("/cache");
@@ -76,6 +81,7 @@ struct Fixture {
         config.toolEnvironment = environment;
         config.tempDir = tempDir;
         config.testVideoURL = QStringLiteral("http://127.0.0.1:9/video");
+        config.refreshComponents = nullptr; // the rows as they stand, unless a test says otherwise
         config.sleep = [this](std::chrono::milliseconds duration) {
             sleeps.append(duration.count());
             clockMs += duration.count();
@@ -150,6 +156,7 @@ private Q_SLOTS:
     void bareInstallWithTheEngineStopped() {
         const QUrl engine(QStringLiteral("http://127.0.0.1:%1/").arg(TestSupport::freePort()));
         Fixture fixture(engine);
+        fixture.config.refreshComponents = DiagnosticReport::defaultConfig().refreshComponents;
         const QString root = fixture.temp.root();
         const QStringList lines = fixture.diagnose();
         QStringList expected{
@@ -174,8 +181,16 @@ private Q_SLOTS:
             QStringLiteral("  Données       : ") + root + QStringLiteral("/data"),
             QStringLiteral("  Bibliothèque  : ") + fixture.temp.documents() +
                 QStringLiteral("/Halvorn/jobs")};
-        for (const ComponentID id : Components::all())
-            expected.append(QStringLiteral("  ⚠️ %1: —").arg(Components::displayName(id)));
+        // The runtime's own refresh: fixed versions known, every lookup failed, nothing installed.
+        expected += QStringList{QStringLiteral("  ⚠️ FFmpeg + ffprobe: — (dernière : 8.1.2)"),
+                                QStringLiteral("  ⚠️ Chromaprint (fpcalc): — (dernière : 1.6.1)"),
+                                QStringLiteral("  ⚠️ QuickJS: — (dernière : 0.16.2)"),
+                                QStringLiteral("  ⚠️ uv: —"),
+                                QStringLiteral("  ⚠️ Python: — (dernière : 3.12)"),
+                                QStringLiteral("  ⚠️ Outils de compilation: —"),
+                                QStringLiteral("  ⚠️ Moteur Halvorn: —"),
+                                QStringLiteral("  ⚠️ yt-dlp: —"),
+                                QStringLiteral("  ⚠️ Modèles IA: —")};
         expected += QStringList{kLogHeader, QStringLiteral("  (pas de log backend)"), kEngineHeader,
                                 QStringLiteral("  ❌ %1 → NON ACCESSIBLE").arg(engine.toString()),
                                 QStringLiteral("\n=== Fin du diagnostic ===")};
@@ -484,7 +499,8 @@ private Q_SLOTS:
     void pollLineShowsThe300FirstCharactersButStopsOnTheWholeBody() {
         TestHttpServer engine;
         engine.route("POST", "/api/jobs", TestHttpServer::Response::json(200, R"({"job_id":"j 1"})"));
-        const QByteArray body = "{\"pad\":\"" + QString(400, QChar(0xE9)).toUtf8() + "\",\"status\":\"done\"}";
+        const QByteArray body =
+            "{\"pad\":\"" + QString(400, QChar(0xE9)).toUtf8() + "\",\"status\":\"done\"}";
         engine.route("GET", "/api/jobs/j%201", TestHttpServer::Response::json(200, body));
         Fixture fixture(engine.baseUrl());
         const std::unique_ptr<DiagnosticReport> report = fixture.report();
