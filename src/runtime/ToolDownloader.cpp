@@ -2,6 +2,7 @@
 
 #include "SetupError.h"
 #include "TemporaryPaths.h"
+#include "platform/TransferLength.h"
 
 #include <QCoro/QCoroNetworkReply>
 #include <QFile>
@@ -41,6 +42,8 @@ QCoro::Task<QString> download(QUrl address, QString folder) {
         throw SetupError(QStringLiteral("HTTP %1 pour %2").arg(status).arg(file));
     if (reply->error() != QNetworkReply::NoError)
         throw SetupError(reply->errorString());
+    if (endedBeforeAnnouncedLength(*reply, output.size()))
+        throw SetupError(QStringLiteral("Téléchargement interrompu : %1").arg(file));
     if (writeFailed || !output.flush())
         throw SetupError(
             QStringLiteral("Impossible d'écrire dans %1 : %2").arg(folder, output.errorString()));

@@ -3,6 +3,7 @@
 #include "FileErrorText.h"
 #include "NetworkErrorText.h"
 #include "UpdaterError.h"
+#include "platform/TransferLength.h"
 
 #include <QCoro/QCoroNetworkReply>
 #include <QNetworkAccessManager>
@@ -66,6 +67,8 @@ QCoro::Task<QString> downloadToFile(QNetworkAccessManager& network, QUrl url, QS
         throw UpdaterError(writeFailure(file.fileName(), writeError));
     if (reply->error() != QNetworkReply::NoError)
         throw UpdaterError(networkErrorText(*reply));
+    if (endedBeforeAnnouncedLength(*reply, file.size()))
+        throw UpdaterError(connectionLostText());
     file.setAutoRemove(false);
     file.close();
     co_return file.fileName();

@@ -15,7 +15,7 @@ QString networkErrorText(const QNetworkReply& reply) {
     case QNetworkReply::OperationCanceledError: // what a transfer timeout reports
         return QStringLiteral("La requête a expiré.");
     case QNetworkReply::RemoteHostClosedError:
-        return QStringLiteral("La connexion réseau a été perdue.");
+        return connectionLostText();
     case QNetworkReply::SslHandshakeFailedError:
         return QStringLiteral("Une erreur SSL s'est produite : connexion sécurisée au serveur impossible.");
     case QNetworkReply::TemporaryNetworkFailureError:
@@ -30,4 +30,8 @@ QString networkErrorText(const QNetworkReply& reply) {
     default:
         return QStringLiteral("Erreur réseau : %1").arg(reply.errorString());
     }
+}
+
+QString connectionLostText() {
+    return QStringLiteral("La connexion réseau a été perdue.");
 }

@@ -228,7 +228,10 @@ private slots:
 
     void startTwiceMakesOneRequest() {
         TestHttpServer server;
-        server.route("GET", "/api/jobs/j/events", Response::eventStream({jobEvent("j", "done", 100)}));
+        // Held open: the client alone ends the connection, so no transport retry can blur the count.
+        Response stream = Response::eventStream({jobEvent("j", "done", 100)});
+        stream.holdOpen = true;
+        server.route("GET", "/api/jobs/j/events", stream);
         Follower follower(streamUrl(server));
         follower.client->start();
         follower.client->start();
