@@ -16,12 +16,14 @@
 #include <QCoro/QCoroFuture>
 #include <QCoro/QCoroNetworkReply>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QNetworkProxy>
 #include <QNetworkReply>
 #include <QSaveFile>
 #include <QStringDecoder>
 #include <QTimer>
+#include <QUuid>
 #include <QtConcurrent/QtConcurrentRun>
 #include <algorithm>
 #include <memory>
@@ -51,10 +53,34 @@ std::optional<TransportError> transportFailure(QNetworkReply* reply) {
     return std::nullopt;
 }
 
-// Sends the upload on the thread pool.
+// The body file's preparation failure, or the exchange that sent it.
+struct Upload {
+    std::optional<QString> preparationFailure;
+    FilePost::Outcome outcome;
+};
+
+// Assembles the body in `bodyPath`, sends it, then deletes it whatever happened. Blocking.
+Upload sendThroughBodyFile(const FilePost::Request& request, const QString& filePath, const QString& boundary,
+                           const QList<StemKind>& stems) {
+    Upload upload;
+    try {
+        MultipartUpload::writeBody(filePath, request.filePath, boundary, stems);
+    } catch (const UploadError& error) {
+        upload.preparationFailure = error.message();
+        return upload;
+    }
+    upload.outcome = FilePost::send(request);
+    QFile::remove(request.filePath);
+    return upload;
+}
+
+// Runs the upload on the thread pool.
 // (A plain function: lambdas capturing by copy inside a coroutine are miscompiled by g++ 12.)
-QFuture<FilePost::Outcome> postInBackground(const FilePost::Request& request) {
-    return QtConcurrent::run([request] { return FilePost::send(request); });
+QFuture<Upload> uploadInBackground(const FilePost::Request& request, const QString& filePath,
+                                   const QString& boundary, const QList<StemKind>& stems) {
+    return QtConcurrent::run([request, filePath, boundary, stems] {
+        return sendThroughBodyFile(request, filePath, boundary, stems);
+    });
 }
 
 [[noreturn]] void raiseUploadFailure(const FilePost::Failure& failure, const QString& filePath) {
@@ -201,17 +227,19 @@ QCoro::Task<QString> BackendService::createJobFromFile(QString filePath, QList<S
     FilePost::Request request;
     request.url = endpoint(QStringLiteral("api/jobs"));
     request.contentType = MultipartUpload::contentTypeHeader(boundary);
-    request.head = MultipartUpload::head(boundary, stems, filePath);
-    request.filePath = filePath;
-    request.tail = MultipartUpload::tail(boundary);
+    request.filePath = QDir(m_config.tempDir)
+                           .filePath(QStringLiteral("upload-%1.multipart")
+                                         .arg(QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper()));
     request.chunkBytes = MultipartUpload::chunkBytes;
     request.idleTimeout = postTimeout;
     request.totalTimeout = resourceTimeout;
-    QFuture<FilePost::Outcome> posting = postInBackground(request);
-    const FilePost::Outcome outcome = co_await posting;
-    if (const auto* failure = std::get_if<FilePost::Failure>(&outcome))
+    QFuture<Upload> uploading = uploadInBackground(request, filePath, boundary, stems);
+    const Upload upload = co_await uploading;
+    if (upload.preparationFailure)
+        throw UploadError(*upload.preparationFailure);
+    if (const auto* failure = std::get_if<FilePost::Failure>(&upload.outcome))
         raiseUploadFailure(*failure, filePath);
-    const FilePost::Answer& answer = std::get<FilePost::Answer>(outcome);
+    const FilePost::Answer& answer = std::get<FilePost::Answer>(upload.outcome);
     const QByteArray body = accepted(answer.status, answer.body);
     const QString jobId = jobIdOf(body);
     co_return jobId;

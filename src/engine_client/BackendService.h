@@ -26,7 +26,7 @@ public:
     struct Config {
         QUrl baseURL;      // requests append their path to it
         QString cacheRoot; // stems of job {id} go to "{cacheRoot}/{id}"
-        QString tempDir;   // unused: uploads are sent from the file itself
+        QString tempDir;   // where upload bodies are assembled
         // Told the version of every health record that arrives (the runtime's running version).
         std::function<void(const std::optional<QString>& version)> recordRunningVersion;
         ConsoleLineSink console = printConsoleLine; // "[Halvorn] …" lines

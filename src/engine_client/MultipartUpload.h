@@ -7,8 +7,7 @@
 #include <QString>
 
 // The multipart form of a job created from a file: a "stems" part holding the JSON list of stem raw
-// values, then a "file" part holding the file. The file's bytes are sent from the file (FilePost), never
-// held in memory.
+// values, then a "file" part holding the file. The body is assembled in a file on disk, never in memory.
 namespace MultipartUpload {
 constexpr qint64 chunkBytes = 4 * 1024 * 1024;
 
@@ -23,6 +22,11 @@ QByteArray contentTypeHeader(const QString& boundary);
 // Everything before the file's bytes, and everything after them.
 QByteArray head(const QString& boundary, const QList<StemKind>& stems, const QString& filePath);
 QByteArray tail(const QString& boundary);
+// Writes the whole body to `bodyPath`, the file copied in chunks of at most `chunkBytes` (in the kernel
+// where it can). Throws UploadError, leaving nothing at `bodyPath`, when the file cannot be read or the
+// body written. Blocking: run it off the main thread.
+void writeBody(const QString& filePath, const QString& bodyPath, const QString& boundary,
+               const QList<StemKind>& stems);
 // "Le fichier « {name} » n’a pas pu être ouvert : {reason}", the reason being "il n’existe pas." for
 // a missing file.
 QString openFailure(const QString& filePath, const QString& reason);

@@ -32,9 +32,17 @@ struct Fixture {
         BackendService::Config config;
         config.baseURL = base.isEmpty() ? server.baseUrl() : base;
         config.cacheRoot = root.filePath(QStringLiteral("cache/Halvorn"));
+        config.tempDir = uploads();
         config.recordRunningVersion = [this](const std::optional<QString>& v) { recordedVersions.append(v); };
         config.console = [this](const QString& line) { console.append(line); };
         service = std::make_unique<BackendService>(config);
+    }
+
+    // Where upload bodies are assembled.
+    QString uploads() const {
+        const QString folder = root.filePath(QStringLiteral("uploads"));
+        QDir().mkpath(folder);
+        return folder;
     }
 
     QString writeFile(const QString& name, const QByteArray& bytes) {
@@ -221,6 +229,7 @@ private slots:
         QCOMPARE(requests[0].body.size(), expected.size());
         QVERIFY(requests[0].body == expected);
         QCOMPARE(requests[0].headers.value("content-length").toLongLong(), expected.size());
+        QCOMPARE(QDir(f.uploads()).entryList(QDir::Files), QStringList()); // the body file is gone
     }
 
     void uploadRefusedByEngine() {
@@ -269,6 +278,7 @@ private slots:
                  failure);
         QCOMPARE(f.server.requests().size(), requests);
         QVERIFY(f.console.isEmpty());
+        QCOMPARE(QDir(f.uploads()).entryList(QDir::Files), QStringList()); // no body left behind
     }
 
     void createFromAddress() {
