@@ -1,4 +1,3 @@
-#include "CancelCommand.h"
 #include "Command.h"
 #include "ComponentsCommand.h"
 #include "ConvertCommand.h"
@@ -7,6 +6,7 @@
 #include "EngineCommand.h"
 #include "FollowCommand.h"
 #include "HealthCommand.h"
+#include "JobActionCommands.h"
 #include "JobCommand.h"
 #include "JobsCommand.h"
 #include "PlayCommand.h"
@@ -14,7 +14,6 @@
 #include "SeparateCommand.h"
 #include "SetupCommand.h"
 #include "SubmitCommand.h"
-#include "TrashCommand.h"
 #include "UpdateCommand.h"
 #include "WaveformCommand.h"
 

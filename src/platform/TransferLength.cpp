@@ -2,8 +2,12 @@
 
 #include <QNetworkReply>
 
-bool endedBeforeAnnouncedLength(const QNetworkReply& reply, qint64 received) {
-    const QVariant announced = reply.header(QNetworkRequest::ContentLengthHeader);
-    return announced.isValid() && reply.rawHeader("Content-Encoding").isEmpty() &&
-           announced.toLongLong() != received;
+TransferLength::TransferLength(QNetworkReply* reply)
+    : m_reply(reply) {
+    QObject::connect(reply, &QNetworkReply::downloadProgress, reply,
+                     [this](qint64, qint64 total) { m_announced = total; });
+}
+
+bool TransferLength::differsFromAnnounced(qint64 received) const {
+    return m_announced > 0 && m_reply->rawHeader("Content-Encoding").isEmpty() && m_announced != received;
 }

@@ -1,9 +1,20 @@
 #pragma once
 
-#include <QtGlobal>
+#include <QObject>
 
 class QNetworkReply;
 
-// Whether a finished reply delivered fewer bytes than its Content-Length announced. A connection closed
-// early can finish without an error; bodies with a Content-Encoding are not compared.
-bool endedBeforeAnnouncedLength(const QNetworkReply& reply, qint64 received);
+// Follows the length a reply's last response announces (after redirects), to tell a transfer that
+// ended early: a connection closed before the announced length can finish without an error. Bodies with
+// a Content-Encoding are not compared.
+class TransferLength {
+public:
+    explicit TransferLength(QNetworkReply* reply);
+
+    // Whether `received` bytes fall short of (or exceed) what the server announced.
+    bool differsFromAnnounced(qint64 received) const;
+
+private:
+    QNetworkReply* m_reply;
+    qint64 m_announced = -1;
+};

@@ -26,6 +26,7 @@ QCoro::Task<QString> download(QUrl address, QString folder) {
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
     QNetworkAccessManager network;
     std::unique_ptr<QNetworkReply> reply(network.get(request));
+    const TransferLength length(reply.get());
     bool writeFailed = false;
     const auto drain = [&] {
         const QByteArray data = reply->readAll();
@@ -42,12 +43,12 @@ QCoro::Task<QString> download(QUrl address, QString folder) {
         throw SetupError(QStringLiteral("HTTP %1 pour %2").arg(status).arg(file));
     if (reply->error() != QNetworkReply::NoError)
         throw SetupError(reply->errorString());
-    if (endedBeforeAnnouncedLength(*reply, output.size()))
-        throw SetupError(QStringLiteral("Téléchargement interrompu : %1").arg(file));
     if (writeFailed || !output.flush())
         throw SetupError(
             QStringLiteral("Impossible d'écrire dans %1 : %2").arg(folder, output.errorString()));
     output.close();
+    if (length.differsFromAnnounced(output.size()))
+        throw SetupError(QStringLiteral("Téléchargement interrompu : %1").arg(file));
 
     const QString downloaded = TemporaryPaths::uniqueName(folder, QLatin1Char('-') + file);
     if (!QFile::rename(output.fileName(), downloaded))

@@ -40,6 +40,7 @@ QCoro::Task<QString> downloadToFile(QNetworkAccessManager& network, QUrl url, QS
     QNetworkRequest request(url);
     request.setTransferTimeout(kIdleTimeoutMs);
     std::unique_ptr<QNetworkReply, ReplyDeleter> reply(network.get(request));
+    const TransferLength length(reply.get());
     int writeError = 0;
     const auto drain = [&] {
         const QByteArray data = reply->readAll();
@@ -67,7 +68,7 @@ QCoro::Task<QString> downloadToFile(QNetworkAccessManager& network, QUrl url, QS
         throw UpdaterError(writeFailure(file.fileName(), writeError));
     if (reply->error() != QNetworkReply::NoError)
         throw UpdaterError(networkErrorText(*reply));
-    if (endedBeforeAnnouncedLength(*reply, file.size()))
+    if (length.differsFromAnnounced(file.size()))
         throw UpdaterError(connectionLostText());
     file.setAutoRemove(false);
     file.close();
