@@ -10,6 +10,7 @@
 #include "engine_client/TextPrefix.h"
 #include "engine_client/TransportError.h"
 #include "engine_client/UploadError.h"
+#include "engine_client/WriteProgress.h"
 #include "platform/Places.h"
 #include "runtime/PythonRuntimeService.h"
 
@@ -27,6 +28,7 @@
 #include <QtConcurrent/QtConcurrentRun>
 #include <algorithm>
 #include <memory>
+#include <thread>
 
 namespace {
 constexpr int kMessagePrefixLength = 300;
@@ -59,18 +61,32 @@ struct Upload {
     FilePost::Outcome outcome;
 };
 
-// Assembles the body in `bodyPath`, sends it, then deletes it whatever happened. Blocking.
+// Assembles the body in `request.filePath` on a thread of its own while this one sends it, each chunk
+// once it is written, then deletes it whatever happened. Blocking.
 Upload sendThroughBodyFile(const FilePost::Request& request, const QString& filePath, const QString& boundary,
                            const QList<StemKind>& stems) {
+    WriteProgress progress;
+    std::optional<QString> writeFailure;
+    std::thread writer([&] {
+        try {
+            MultipartUpload::writeBody(filePath, request.filePath, boundary, stems, &progress);
+            progress.finish(true);
+        } catch (const UploadError& error) {
+            writeFailure = error.message();
+            progress.finish(false);
+        }
+    });
     Upload upload;
-    try {
-        MultipartUpload::writeBody(filePath, request.filePath, boundary, stems);
-    } catch (const UploadError& error) {
-        upload.preparationFailure = error.message();
-        return upload;
+    if (const std::optional<qint64> bodySize = progress.waitForPlan()) {
+        FilePost::Request following = request;
+        following.finalFileSize = *bodySize;
+        following.bytesWritten = [&progress](qint64 offset) { return progress.waitBeyond(offset); };
+        upload.outcome = FilePost::send(following);
     }
-    upload.outcome = FilePost::send(request);
+    progress.abandon();
+    writer.join();
     QFile::remove(request.filePath);
+    upload.preparationFailure = writeFailure; // it explains any failure of the sending
     return upload;
 }
 

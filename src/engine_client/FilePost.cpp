@@ -162,18 +162,28 @@ public:
         return std::nullopt;
     }
 
-    // Sends `size` bytes of `file` from its start, at most `chunkBytes` a call.
-    std::optional<Failure> sendFile(int file, qint64 size, qint64 chunkBytes, int& closedError) {
+    // Sends `size` bytes of `file` from its start, at most `chunkBytes` a call, each one once it is
+    // written when the file is still being written.
+    std::optional<Failure> sendFile(int file, qint64 size, const Request& request, int& closedError) {
         const SigpipeHeld held;
         off_t offset = 0;
+        qint64 available = request.bytesWritten ? 0 : size;
         while (offset < size) {
-            const ssize_t count = ::sendfile(m_socket.get(), file, &offset,
-                                             size_t(std::min<qint64>(chunkBytes, size - offset)));
+            if (offset >= available) {
+                const std::optional<qint64> written = request.bytesWritten(offset);
+                if (!written)
+                    return fileFailure(Failure::Kind::readFile, QStringLiteral("son écriture a échoué."));
+                if (*written <= offset)
+                    return sizeChanged();
+                available = std::min(*written, size);
+            }
+            const ssize_t count =
+                ::sendfile(m_socket.get(), file, &offset,
+                           size_t(std::min<qint64>(request.chunkBytes, available - offset)));
             if (count > 0)
                 continue;
             if (count == 0)
-                return fileFailure(Failure::Kind::readFile,
-                                   QStringLiteral("sa taille a changé pendant l’envoi."));
+                return sizeChanged();
             if (errno == EINTR)
                 continue;
             if (errno == EAGAIN || errno == EWOULDBLOCK) {
@@ -188,6 +198,10 @@ public:
             return fileFailure(Failure::Kind::readFile, systemError(errno));
         }
         return std::nullopt;
+    }
+
+    static Failure sizeChanged() {
+        return fileFailure(Failure::Kind::readFile, QStringLiteral("sa taille a changé pendant l’envoi."));
     }
 
     // Appends what arrives to `input`; false once the peer has closed its side.
@@ -390,7 +404,7 @@ Outcome send(const Request& request) {
         return fileFailure(Failure::Kind::openFile, QStringLiteral("c’est un dossier."));
     if (!S_ISREG(status.st_mode))
         return fileFailure(Failure::Kind::openFile, QStringLiteral("ce n’est pas un fichier ordinaire."));
-    const qint64 fileSize = status.st_size;
+    const qint64 fileSize = request.bytesWritten ? request.finalFileSize : qint64(status.st_size);
 
     Connection connection(request);
     if (std::optional<Failure> failure = connection.open(request.url))
@@ -400,7 +414,7 @@ Outcome send(const Request& request) {
     const QByteArray opening = requestHead(request, contentLength) + request.head;
     std::optional<Failure> failure = connection.sendAll(opening, closedError);
     if (!failure)
-        failure = connection.sendFile(file.get(), fileSize, request.chunkBytes, closedError);
+        failure = connection.sendFile(file.get(), fileSize, request, closedError);
     if (!failure)
         failure = connection.sendAll(request.tail, closedError);
     if (failure && closedError == 0)

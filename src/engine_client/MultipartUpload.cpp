@@ -2,6 +2,7 @@
 
 #include "engine_client/StemList.h"
 #include "engine_client/UploadError.h"
+#include "engine_client/WriteProgress.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -10,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <functional>
 #include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -33,17 +35,21 @@ bool writeAll(int fd, const QByteArray& bytes) {
     return true;
 }
 
-enum class CopyFailure { none, read, write };
+enum class CopyFailure { none, read, write, stopped };
 
 // Copies the rest of `source` to `target` in chunks of at most `chunkBytes`: copy_file_range while the
-// kernel accepts it, read and write through one buffer otherwise.
-CopyFailure copyChunks(int source, int target, qint64 chunkBytes) {
+// kernel accepts it, read and write through one buffer otherwise. `copied` is told each chunk's size and
+// stops the copy by answering false.
+CopyFailure copyChunks(int source, int target, qint64 chunkBytes, const std::function<bool(qint64)>& copied) {
     for (;;) {
-        const ssize_t copied = ::copy_file_range(source, nullptr, target, nullptr, size_t(chunkBytes), 0);
-        if (copied == 0)
+        const ssize_t count = ::copy_file_range(source, nullptr, target, nullptr, size_t(chunkBytes), 0);
+        if (count == 0)
             return CopyFailure::none;
-        if (copied > 0)
+        if (count > 0) {
+            if (!copied(count))
+                return CopyFailure::stopped;
             continue;
+        }
         if (errno == EINTR)
             continue;
         if (errno != EXDEV && errno != ENOSYS && errno != EINVAL && errno != EOPNOTSUPP)
@@ -61,6 +67,8 @@ CopyFailure copyChunks(int source, int target, qint64 chunkBytes) {
             return CopyFailure::none;
         if (!writeAll(target, QByteArray::fromRawData(buffer.get(), count)))
             return CopyFailure::write;
+        if (!copied(count))
+            return CopyFailure::stopped;
     }
 }
 
@@ -113,7 +121,7 @@ QByteArray tail(const QString& boundary) {
 }
 
 void writeBody(const QString& filePath, const QString& bodyPath, const QString& boundary,
-               const QList<StemKind>& stems) {
+               const QList<StemKind>& stems, WriteProgress* progress) {
     const QString name = QFileInfo(filePath).fileName();
     // O_NONBLOCK: opening a named pipe must not wait for a writer.
     const int source = ::open(QFile::encodeName(filePath).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
@@ -141,16 +149,32 @@ void writeBody(const QString& filePath, const QString& bodyPath, const QString& 
         ::unlink(bodyName.constData());
         throw error;
     };
-    if (!writeAll(body, head(boundary, stems, filePath)))
+    const QByteArray opening = head(boundary, stems, filePath);
+    const QByteArray closing = tail(boundary);
+    if (progress)
+        progress->plan(opening.size() + qint64(status.st_size) + closing.size());
+    qint64 written = 0;
+    const auto advance = [&](qint64 count) {
+        written += count;
+        return !progress || progress->advance(written);
+    };
+    if (!writeAll(body, opening))
         fail(writeFailure(errno));
-    const CopyFailure copy = copyChunks(source, body, chunkBytes);
+    const bool going = advance(opening.size());
+    const CopyFailure copy = going ? copyChunks(source, body, chunkBytes, advance) : CopyFailure::stopped;
     const int copyError = errno;
+    if (copy == CopyFailure::stopped) {
+        ::close(body);
+        ::unlink(bodyName.constData());
+        return;
+    }
     if (copy == CopyFailure::read)
         fail(UploadError(readFailure(filePath, systemReason(copyError))));
     if (copy == CopyFailure::write)
         fail(writeFailure(copyError));
-    if (!writeAll(body, tail(boundary)))
+    if (!writeAll(body, closing))
         fail(writeFailure(errno));
+    advance(closing.size());
     if (::close(body) != 0) {
         const int error = errno;
         ::unlink(bodyName.constData());

@@ -8,6 +8,8 @@
 
 // The multipart form of a job created from a file: a "stems" part holding the JSON list of stem raw
 // values, then a "file" part holding the file. The body is assembled in a file on disk, never in memory.
+class WriteProgress;
+
 namespace MultipartUpload {
 constexpr qint64 chunkBytes = 4 * 1024 * 1024;
 
@@ -24,9 +26,11 @@ QByteArray head(const QString& boundary, const QList<StemKind>& stems, const QSt
 QByteArray tail(const QString& boundary);
 // Writes the whole body to `bodyPath`, the file copied in chunks of at most `chunkBytes` (in the kernel
 // where it can). Throws UploadError, leaving nothing at `bodyPath`, when the file cannot be read or the
-// body written. Blocking: run it off the main thread.
+// body written. `progress`, when given, is told the body's size once the file is created, then every
+// chunk written; when its reader abandons the body, the writing stops and nothing is left at `bodyPath`.
+// Blocking: run it off the main thread.
 void writeBody(const QString& filePath, const QString& bodyPath, const QString& boundary,
-               const QList<StemKind>& stems);
+               const QList<StemKind>& stems, WriteProgress* progress = nullptr);
 // "Le fichier « {name} » n’a pas pu être ouvert : {reason}", the reason being "il n’existe pas." for
 // a missing file.
 QString openFailure(const QString& filePath, const QString& reason);

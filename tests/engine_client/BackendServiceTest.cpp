@@ -243,6 +243,21 @@ private slots:
         QCOMPARE(f.console, QStringList{QStringLiteral("[Halvorn] ❌ Backend 422: Format refusé")});
     }
 
+    // The body is sent while it is being written: when the engine refuses it before its end, the writing
+    // stops and the body file goes.
+    void uploadRefusedBeforeTheWholeBody() {
+        Fixture f;
+        f.server.setAnswerBeforeBody(true);
+        f.server.route("POST", "/api/jobs", Response::json(413, R"({"detail":"Fichier trop volumineux"})"));
+        const QString path = f.root.filePath(QStringLiteral("long.wav"));
+        QFile song(path);
+        QVERIFY(song.open(QIODevice::WriteOnly) && song.resize(48 << 20)); // sparse
+        song.close();
+        QCOMPARE(failureOf<BackendError>(f.service->createJobFromFile(path, {StemKind::vocals})),
+                 QStringLiteral("Fichier trop volumineux"));
+        QCOMPARE(QDir(f.uploads()).entryList(QDir::Files), QStringList());
+    }
+
     void uploadFailures_data() {
         QTest::addColumn<QString>("file");
         QTest::addColumn<bool>("listening");

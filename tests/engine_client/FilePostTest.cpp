@@ -1,4 +1,5 @@
 #include "engine_client/FilePost.h"
+#include "engine_client/WriteProgress.h"
 #include "support/TestHttpServer.h"
 #include "support/TestSupport.h"
 
@@ -6,6 +7,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <sys/stat.h>
+#include <thread>
 
 Q_DECLARE_METATYPE(TestHttpServer::Response)
 
@@ -102,6 +104,57 @@ private slots:
         QCOMPARE(answerOf(FilePost::send(request)).status, 200);
         QCOMPARE(f.server.requests().value(0).headers.value("host"),
                  QByteArray("localhost:") + QByteArray::number(f.server.port()));
+    }
+
+    // A file sent while another thread writes it: each part goes once it is written.
+    void fileBeingWritten_data() {
+        QTest::addColumn<QString>("ending");
+        QTest::addColumn<QString>("detail"); // of the failure; empty: the whole body arrives
+        QTest::newRow("written to its end") << "complete" << QString();
+        QTest::newRow("writing fails") << "failed" << QStringLiteral("son écriture a échoué.");
+        QTest::newRow("writing ends short")
+            << "short" << QStringLiteral("sa taille a changé pendant l’envoi.");
+    }
+
+    void fileBeingWritten() {
+        QFETCH(QString, ending);
+        QFETCH(QString, detail);
+        Fixture f;
+        f.server.route("POST", "/api/jobs", Response::json(200, R"({"job_id":"g"})"));
+        const QList<QByteArray> parts{patterned(300000), patterned(5), patterned(1 << 20)};
+        const QByteArray whole = parts.join();
+        const QString path = f.writeFile(QByteArray());
+        WriteProgress progress;
+        std::thread writer([&] {
+            QFile file(path);
+            if (!file.open(QIODevice::Append))
+                qFatal("cannot append to %s", qPrintable(path));
+            qint64 written = 0;
+            for (qsizetype i = 0; i < parts.size(); ++i) {
+                if (i == 2 && ending != QLatin1String("complete"))
+                    break;
+                file.write(parts[i]);
+                file.flush();
+                written += parts[i].size();
+                progress.advance(written);
+            }
+            progress.finish(ending != QLatin1String("failed"));
+        });
+        FilePost::Request request = f.request(path);
+        request.chunkBytes = 65536;
+        request.finalFileSize = whole.size();
+        request.bytesWritten = [&progress](qint64 offset) { return progress.waitBeyond(offset); };
+        const FilePost::Outcome outcome = FilePost::send(request);
+        writer.join();
+        if (detail.isEmpty()) {
+            QCOMPARE(answerOf(outcome).status, 200);
+            QVERIFY(f.server.requests().value(0).body == "HEAD|" + whole + "|TAIL");
+        } else {
+            const FilePost::Failure failure = failureOf(outcome);
+            QCOMPARE(failure.kind, FilePost::Failure::Kind::readFile);
+            QCOMPARE(failure.detail, detail);
+            QCOMPARE(f.server.requests().size(), 0);
+        }
     }
 
     void answerFramings_data() {
