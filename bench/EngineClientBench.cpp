@@ -304,7 +304,7 @@ void uploadLargeFile(benchmark::State& state) {
                      formatted(", peak memory +%.1f MiB (target < 32 MiB)", growthMiB) +
                      (peakReset ? "" : " [peak not resettable: growth measured from the process's start]"));
 }
-BENCHMARK(uploadLargeFile)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
+BENCHMARK(uploadLargeFile)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
 
 // ---- Event stream -------------------------------------------------------------------------------------
 
